@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# One entry point for building, testing and demonstrating the library.
+#   ./run.sh demo      build, then run the example host scenario and show its files
+#   ./run.sh test      build, then run every test with CTest
+#   ./run.sh sanitize  the same tests under AddressSanitizer + UBSan (build-asan/)
+#   ./run.sh bench     build and run the benchmarks (build-bench/)
+set -euo pipefail
+cd "$(dirname "$0")"
+
+say() { printf '==> %s\n' "$*"; }
+
+apt_install() {
+    local missing=()
+    for pkg in "$@"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" ||
+            missing+=("$pkg")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    say "installing ${missing[*]}"
+    local sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get update -q
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
+}
+
+base_packages=(build-essential cmake qtbase5-dev qtbase5-dev-tools)
+jobs=$(nproc 2>/dev/null || echo 2)
+
+configure_and_build() {
+    local dir=$1
+    shift
+    say "configuring $dir"
+    cmake -S . -B "$dir" "$@" >/dev/null
+    say "building $dir"
+    cmake --build "$dir" -j "$jobs"
+}
+
+run_tests() {
+    local dir=$1
+    say "running tests in $dir"
+    # The tests compare bytes written through the locale's text codec.
+    LC_ALL=C.UTF-8 ctest --test-dir "$dir" --output-on-failure -j "$jobs" --timeout 300
+}
+
+cmd=${1:-}
+case "$cmd" in
+demo)
+    apt_install "${base_packages[@]}"
+    configure_and_build build
+    say "running the demo"
+    exec ./tools/demo.sh build
+    ;;
+test)
+    apt_install "${base_packages[@]}"
+    configure_and_build build
+    run_tests build
+    ;;
+sanitize)
+    apt_install "${base_packages[@]}"
+    configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DUSERLOG_SANITIZE=ON
+    ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+        run_tests build-asan
+    ;;
+bench)
+    apt_install "${base_packages[@]}" libbenchmark-dev libspdlog-dev
+    configure_and_build build-bench -DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_BENCH=ON
+    exec ./bench/run_bench.sh build-bench
+    ;;
+*)
+    echo "usage: $0 demo|test|sanitize|bench" >&2
+    exit 2
+    ;;
+esac

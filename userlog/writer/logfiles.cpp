@@ -1,0 +1,288 @@
+#include "logfiles.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
+
+#include <algorithm>
+
+namespace logfiles {
+
+namespace {
+
+const QLatin1String indexMarker("%1");
+const QLatin1String txtSuffix(".txt");
+
+struct IndexedFile
+{
+    QString name;
+    int index;
+};
+
+// Creates a missing directory with all its parents. An entry of that name that
+// is not a directory counts as existing: the later open reports the problem.
+bool ensureDirectory(const QString& dirPath, bool reportSuccess)
+{
+    const QDir workingDir;
+    if (workingDir.exists(dirPath))
+        return true;
+    if (!workingDir.mkpath(dirPath)) {
+        qDebug("make log dir failed!");
+        return false;
+    }
+    if (reportSuccess)
+        qDebug("make log dir succeded!");
+    return true;
+}
+
+QVector<IndexedFile> indexedFilesByIndex(const QVector<ListedFile>& files)
+{
+    QVector<IndexedFile> byIndex;
+    byIndex.reserve(files.size());
+    for (const ListedFile& file : files)
+        byIndex.append({file.name, indexOfLogFile(file.name)});
+    std::stable_sort(byIndex.begin(), byIndex.end(),
+                     [](const IndexedFile& a, const IndexedFile& b) { return a.index < b.index; });
+    return byIndex;
+}
+
+// Among files of equal index (stray names read as 0, and in the offline
+// directory every file does), the oldest-modified is deleted first. Only the
+// files the retention can reach are stat'ed, and only when it has to delete.
+void orderRetentionCandidatesByAge(const QDir& logDir, QVector<IndexedFile>& byIndex,
+                                   int deleteCount)
+{
+    const int boundaryIndex = byIndex.at(deleteCount - 1).index;
+    auto end = std::find_if(byIndex.begin(), byIndex.end(), [boundaryIndex](const IndexedFile& f) {
+        return f.index > boundaryIndex;
+    });
+    struct Aged
+    {
+        IndexedFile file;
+        QDateTime modified;
+    };
+    QVector<Aged> aged;
+    aged.reserve(int(end - byIndex.begin()));
+    for (auto it = byIndex.begin(); it != end; ++it)
+        aged.append({*it, QFileInfo(logDir, it->name).lastModified()});
+    std::stable_sort(aged.begin(), aged.end(), [](const Aged& a, const Aged& b) {
+        if (a.file.index != b.file.index)
+            return a.file.index < b.file.index;
+        return a.modified < b.modified;
+    });
+    for (int i = 0; i < aged.size(); ++i)
+        byIndex[i] = aged.at(i).file;
+}
+
+// Deletes from the low end while maxFiles or more files are left; a failed
+// deletion ends the retention for this call and keeps the file in the order.
+void trimLowestIndexes(QDir& logDir, QVector<IndexedFile>& byIndex, int maxFiles)
+{
+    if (byIndex.size() < maxFiles)
+        return;
+    const int deleteCount = std::min(byIndex.size() - maxFiles + 1, byIndex.size() - 1);
+    if (deleteCount <= 0)
+        return;
+    orderRetentionCandidatesByAge(logDir, byIndex, deleteCount);
+    int deleted = 0;
+    while (deleted < deleteCount && logDir.remove(byIndex.at(deleted).name))
+        ++deleted;
+    byIndex.remove(0, deleted);
+}
+
+// Counts up from the highest index past full files. A pattern without "%1"
+// names one file for every index, so a full one is appended to regardless.
+QString firstIndexedFileWithRoom(const QString& dirPrefix, const QString& namePattern, qint64 index)
+{
+    QString path = dirPrefix + indexedFileName(namePattern, index);
+    if (!namePattern.contains(indexMarker))
+        return path;
+    QFileInfo info(path);
+    while (info.exists() && info.size() > maxLogFileSize) {
+        path = dirPrefix + indexedFileName(namePattern, ++index);
+        info.setFile(path);
+    }
+    return path;
+}
+
+bool isTxtFile(const ListedFile& file)
+{
+    return file.name.endsWith(txtSuffix, Qt::CaseInsensitive);
+}
+
+// The least recently read ".txt" file; equal times go to the first in name order.
+QString leastRecentlyReadTxtFile(const QDir& folder, const QVector<const ListedFile*>& txtFiles)
+{
+    QString oldestName;
+    QDateTime oldestRead;
+    for (const ListedFile* file : txtFiles) {
+        const QDateTime read = QFileInfo(folder.absoluteFilePath(file->name)).lastRead();
+        const bool older = oldestName.isNull() || read < oldestRead ||
+                           (read == oldestRead && file->name.compare(oldestName) < 0);
+        if (older) {
+            oldestName = file->name;
+            oldestRead = read;
+        }
+    }
+    return oldestName;
+}
+
+// Returns the name of the deleted file, or a null string when none was deleted.
+QString deleteOldestTxtFile(const QString& folderPath, const QVector<ListedFile>& files,
+                            int maxFileCount)
+{
+    QVector<const ListedFile*> txtFiles;
+    for (const ListedFile& file : files) {
+        if (isTxtFile(file))
+            txtFiles.append(&file);
+    }
+    if (txtFiles.size() <= maxFileCount)
+        return QString();
+    const QDir folder(folderPath);
+    const QString oldest = leastRecentlyReadTxtFile(folder, txtFiles);
+    return QFile::remove(folder.absoluteFilePath(oldest)) ? oldest : QString();
+}
+
+// Highest valid index among the candidates, the first in case-insensitive name
+// order on ties; -1 when no candidate counts.
+int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
+                    const QString& skipName, QString* latestName)
+{
+    int highest = -1;
+    QString latestLower;
+    for (const ListedFile& file : files) {
+        int index = 0;
+        if (file.isSymLink || file.name == skipName || !matchesDatedPattern(file.name, prefix) ||
+            !datedFileIndex(file.name, prefix, &index) || index < highest)
+            continue;
+        const QString lower = file.name.toLower();
+        if (index > highest || lower.compare(latestLower) < 0) {
+            highest = index;
+            *latestName = file.name;
+            latestLower = lower;
+        }
+    }
+    return highest;
+}
+
+} // namespace
+
+QVector<ListedFile> listFiles(const QString& dirPath)
+{
+    QVector<ListedFile> files;
+    QDirIterator it(dirPath, QDir::Files);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        files.append({info.fileName(), info.isSymLink()});
+    }
+    return files;
+}
+
+int indexOfLogFile(const QString& fileName)
+{
+    const int dot = fileName.indexOf(QLatin1Char('.'));
+    const QStringRef baseName = dot < 0 ? QStringRef(&fileName) : fileName.leftRef(dot);
+    const int underscore = baseName.lastIndexOf(QLatin1Char('_'));
+    bool ok = false;
+    const int index = baseName.mid(underscore + 1).toInt(&ok);
+    return ok ? index : 0;
+}
+
+QString indexedFileName(const QString& pattern, qint64 index)
+{
+    // replace() rather than arg(): arg() complains about patterns without a marker.
+    return QString(pattern).replace(indexMarker, QString::number(index));
+}
+
+bool matchesDatedPattern(const QString& fileName, const QString& prefix)
+{
+    static const QRegularExpression wildcardChars(QStringLiteral("[*?\\[]"));
+    if (prefix.contains(wildcardChars)) {
+        // A custom name may itself hold wildcards; match the way a directory
+        // name filter would.
+        const QRegularExpression filter(
+            QRegularExpression::wildcardToRegularExpression(prefix + QStringLiteral("_*_*.txt")),
+            QRegularExpression::CaseInsensitiveOption);
+        return filter.match(fileName).hasMatch();
+    }
+    const int start = prefix.size() + 1;
+    const int suffixStart = fileName.size() - txtSuffix.size();
+    return suffixStart >= start + 1 &&
+           fileName.startsWith(prefix + QLatin1Char('_'), Qt::CaseInsensitive) &&
+           fileName.endsWith(txtSuffix, Qt::CaseInsensitive) &&
+           fileName.lastIndexOf(QLatin1Char('_'), suffixStart - 1) >= start;
+}
+
+bool datedFileIndex(const QString& fileName, const QString& prefix, int* index)
+{
+    const int start = prefix.size() + 1;
+    const int end = fileName.lastIndexOf(QLatin1Char('_'));
+    if (end <= start)
+        return false;
+    bool ok = false;
+    *index = fileName.midRef(start, end - start).toInt(&ok);
+    return ok;
+}
+
+QString datedFileName(const QString& prefix, qint64 index, const QDate& startDate)
+{
+    return prefix + QLatin1Char('_') + QString::number(index) + QLatin1Char('_') +
+           startDate.toString(QStringLiteral("yyyy-MM-dd")) + txtSuffix;
+}
+
+bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, QString& filePath,
+                           int maxFiles)
+{
+    QDir logDir(QDir::currentPath() + QDir::separator() + dirPath);
+    const QString dirPrefix = logDir.absolutePath() + QDir::separator();
+
+    // A listing with entries proves the directory exists, which saves a stat
+    // on every event; only an empty listing needs the existence test.
+    const QVector<ListedFile> files = listFiles(logDir.path());
+    if (files.isEmpty()) {
+        if (!ensureDirectory(dirPath, true))
+            return false;
+        filePath = dirPrefix + indexedFileName(namePattern, 0);
+        return true;
+    }
+
+    QVector<IndexedFile> byIndex = indexedFilesByIndex(files);
+    trimLowestIndexes(logDir, byIndex, maxFiles);
+    filePath = firstIndexedFileWithRoom(dirPrefix, namePattern, byIndex.last().index);
+    return true;
+}
+
+bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QString& filePath,
+                         int maxFiles)
+{
+    // One listing serves both the retention and the choice of the current file.
+    const QVector<ListedFile> files = listFiles(dirPath);
+    if (files.isEmpty() && !ensureDirectory(dirPath, false))
+        return false;
+
+    const QString deleted = deleteOldestTxtFile(dirPath, files, maxFiles);
+    QString latestName;
+    const int highest = latestDatedFile(files, namePrefix, deleted, &latestName);
+    const QString dirPrefix = dirPath + QLatin1Char('/');
+    if (highest < 0) {
+        filePath = dirPrefix + datedFileName(namePrefix, 0, QDate::currentDate());
+        return true;
+    }
+    filePath = dirPrefix + latestName;
+    if (QFileInfo(filePath).size() > maxLogFileSize)
+        filePath = dirPrefix + datedFileName(namePrefix, qint64(highest) + 1, QDate::currentDate());
+    return true;
+}
+
+void deleteOldestFiles(const QString& folderPath, int maxFileCount)
+{
+    if (!QDir(folderPath).exists())
+        return;
+    deleteOldestTxtFile(folderPath, listFiles(folderPath), maxFileCount);
+}
+
+} // namespace logfiles

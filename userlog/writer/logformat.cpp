@@ -1,0 +1,60 @@
+#include "logformat.h"
+
+#include <QtCore/QFile>
+
+namespace logformat {
+
+const QString onlineHeaderFormat = QStringLiteral("-- %1 --");
+const QString offlineHeaderFormat = QStringLiteral("**%1**");
+
+QString stateTimeText(const QDateTime& time)
+{
+    return time.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+}
+
+QString fillHeader(const QString& headerFormat, const QString& time)
+{
+    // replace() leaves inserted text alone; arg() would also warn about a
+    // pattern without a marker.
+    return QString(headerFormat).replace(QLatin1String("%1"), time);
+}
+
+QString levelTag(int level, EntryForm form)
+{
+    switch (level) {
+    case 2:
+        return QStringLiteral("info");
+    case 3:
+        return QStringLiteral("warn");
+    case 4:
+        return QStringLiteral("erro");
+    case 5:
+        return form == EntryForm::Batch ? QStringLiteral("printinfo") : QStringLiteral("log");
+    default:
+        return QStringLiteral("log");
+    }
+}
+
+bool isPrintEntry(int level, EntryForm form)
+{
+    return level == (form == EntryForm::Batch ? 5 : 6);
+}
+
+QString userLogLine(const QString& header, const QString& block, const QString& tag,
+                    const QString& message)
+{
+    return header + QLatin1String(" <") + block + QLatin1String("> <") + tag + QLatin1String("> ") +
+           message;
+}
+
+bool openForAppend(QFile& file)
+{
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
+}
+
+QByteArray errorText(const QFile& file)
+{
+    return file.errorString().toLocal8Bit();
+}
+
+} // namespace logformat

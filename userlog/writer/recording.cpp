@@ -1,0 +1,116 @@
+#include "userlogwriter.h"
+
+#include "logformat.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QTextStream>
+
+using logformat::EntryForm;
+
+namespace {
+
+QString entryLine(const QString& headerFormat, const QString& time, const QString& block, int level,
+                  const QString& message, EntryForm form)
+{
+    return logformat::userLogLine(logformat::fillHeader(headerFormat, time), block,
+                                  logformat::levelTag(level, form), message);
+}
+
+} // namespace
+
+void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, int inLevel)
+{
+    receiveUserLogs(inBlock, inTime, inLogInfo, static_cast<UserLogLevel>(inLevel));
+}
+
+void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo,
+                                    UserLogLevel inLevel)
+{
+    if (inLogInfo.isEmpty()) {
+        qDebug("no log information to write!");
+        return;
+    }
+    QMutexLocker locker(&_mutex);
+
+    QString userLogPath;
+    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, 100)) {
+        qDebug("error, can not make log dir!");
+        return;
+    }
+    QFile userLog(userLogPath);
+    if (!logformat::openForAppend(userLog)) {
+        qDebug("open log file error2:%s", logformat::errorText(userLog).constData());
+        return;
+    }
+    QString printPath;
+    if (!resolveDatedLogPath(_printFileName, _printDir, printPath, 500)) {
+        qDebug("error, can not make log dir!");
+        return;
+    }
+    QFile printFile(printPath);
+    if (!logformat::openForAppend(printFile)) {
+        qDebug("open log file error3:%s", logformat::errorText(printFile).constData());
+        return;
+    }
+
+    const QString line =
+        entryLine(_headerFormat, inTime, inBlock, inLevel, inLogInfo, EntryForm::Single);
+    QTextStream(&userLog) << line << Qt::endl;
+    userLog.close();
+    if (logformat::isPrintEntry(inLevel, EntryForm::Single))
+        QTextStream(&printFile) << line << Qt::endl;
+    printFile.close();
+}
+
+void UserLogWriter::receiveUserLogs(QList<LogInformation> inLogInfo)
+{
+    writeUserLogList(inLogInfo);
+}
+
+void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
+{
+    if (list.isEmpty()) {
+        qDebug("received empty log list!");
+        return;
+    }
+    QMutexLocker locker(&_mutex);
+
+    QString userLogPath;
+    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, 100)) {
+        qDebug("error, can not make log dir!");
+        return;
+    }
+    QFile userLog(userLogPath);
+    if (!logformat::openForAppend(userLog)) {
+        qDebug("open log file error3:%s", logformat::errorText(userLog).constData());
+        return;
+    }
+    QString printPath;
+    if (!resolveDatedLogPath(_printFileName, _printDir, printPath, 500)) {
+        qDebug("error, can not make log dir!");
+        return;
+    }
+    QFile printFile(printPath);
+    if (!logformat::openForAppend(printFile)) {
+        qDebug("open log file error3:%s", logformat::errorText(printFile).constData());
+        return;
+    }
+
+    // The whole batch goes into the two files chosen at its start.
+    QTextStream userStream(&userLog);
+    QTextStream printStream(&printFile);
+    const int count = list.size();
+    for (int i = 0; i < count; ++i) {
+        const LogInformation& entry = list.at(i);
+        const QString line = entryLine(_headerFormat, entry.time, entry.block, entry.level,
+                                       entry.logInfo, EntryForm::Batch);
+        userStream << line << Qt::endl;
+        if (logformat::isPrintEntry(entry.level, EntryForm::Batch))
+            printStream << line << Qt::endl;
+    }
+    userStream.flush();
+    userLog.close();
+    printStream.flush();
+    printFile.close();
+}

@@ -1,0 +1,80 @@
+#ifndef USERLOGWRITER_H
+#define USERLOGWRITER_H
+
+#include "../userlog.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QList>
+#include <QtCore/QMutex>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+// Level of an entry as the writer sees it. The fixed underlying type lets every
+// signed 32-bit value through unchanged; values without a name are plain log
+// entries.
+enum UserLogLevel : qint32
+{
+    UserLogInfo = 2,
+    UserLogWarn = 3,
+    UserLogError = 4,
+    UserLogPrintInfo = 5, // batch entries: tagged "printinfo" and copied to the print file
+    UserLogPrint = 6,     // single entries: copied to the print file
+};
+
+extern const QString offlineLogDir;
+extern const QString onlineLogDir;
+extern const QString userOnlineLogDir;
+extern const QString bccLogDir;
+extern const QString customIniPath;
+
+// Does all of the library's file and socket work. Created on the thread of the
+// first UserLog::logger() call, then moved to the log thread; every slot runs
+// there, one event at a time. No file, socket or settings object is held open
+// between events, and every event derives its files from the directories anew.
+class UserLogWriter : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit UserLogWriter(QObject* parent = nullptr);
+    ~UserLogWriter() override;
+
+public slots:
+    void setSystermConnectState(bool bConnected = false, bool bFirstTime = false);
+    void receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, int inLevel);
+    void receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, UserLogLevel inLevel);
+    void receiveUserLogs(QList<LogInformation> inLogInfo);
+    void receiveBccLogs(bool bConnect, QString ipAddr, quint16 port, QString msg);
+    void deleteOldestFiles(const QString& folderPath, int maxFileCount);
+
+protected slots:
+    void checkTcpState();
+
+private:
+    Q_DISABLE_COPY(UserLogWriter)
+
+    bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath,
+                               QString& filePath, int maxFiles);
+    bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QString& filePath,
+                             int maxFiles);
+    void writeUserLogList(const QList<LogInformation>& list);
+    void writeBccLog(const QString& line);
+
+    QDateTime _stateTime;
+    bool _bConnected;
+    QString _offlineLogName;
+    QString _onlineLogName;
+    QString _logDir;
+    QString _logName;
+    QString _printDir;
+    QString _printFileName;
+    QString _bccLogName;
+    int _bccState;
+    QString _bccIpAddr;
+    quint16 _bccPort;
+    int _tcpCheckCount;
+    QMutex _mutex;
+    QString _headerFormat;
+};
+
+#endif // USERLOGWRITER_H
