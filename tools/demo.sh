@@ -1,12 +1,23 @@
 #!/usr/bin/env bash
-# Runs the demo host in a fresh temporary tree and prints the files it produced.
+# Runs the example shift through userlog-host in a fresh temporary tree, then
+# shows each log directory's files with their line counts and last lines (in a
+# fresh tree every file is still the current one of its kind).
+#   tools/demo.sh [BUILD_DIR]     (default: build)
 set -euo pipefail
+cd "$(dirname "$0")/.."
 build=${1:-build}
-root=$(mktemp -d)
-mkdir -p "$root/app/bin"
-echo "log tree: $root"
-(cd "$root/app/bin" && "$OLDPWD/$build/tools/userlog-demo")
-find "$root/log" -type f | sort | while read -r f; do
-    echo "---- ${f#$root/}"
-    cat "$f"
+root=$(mktemp -d "${TMPDIR:-/tmp}/userlog-demo-XXXXXX")
+
+echo "==> replaying examples/shift.scenario"
+"$build/tools/userlog-host" --root "$root" examples/shift.scenario
+
+for dir in "$root"/log/*; do
+    echo
+    echo "==> ${dir#"$root"/}"
+    for file in "$dir"/*; do
+        printf '  %s: %d lines, ending\n' "${file##*/}" "$(wc -l <"$file")"
+        tail -n 3 "$file" | sed 's/^/    /'
+    done
 done
+echo
+echo "==> the whole tree stays in $root"
