@@ -16,6 +16,34 @@ namespace {
 const QLatin1String indexMarker("%1");
 const QLatin1String txtSuffix(".txt");
 
+// Case-insensitive tests, tried exactly first: the names this library makes
+// match exactly, and an exact comparison costs a fraction of case folding.
+bool startsWithIgnoringCase(const QString& text, const QString& prefix)
+{
+    return text.startsWith(prefix) || text.startsWith(prefix, Qt::CaseInsensitive);
+}
+
+bool endsWithIgnoringCase(const QString& text, QLatin1String suffix)
+{
+    return text.endsWith(suffix) || text.endsWith(suffix, Qt::CaseInsensitive);
+}
+
+// QStringRef::toInt, with a shortcut for the plain digit runs that file names
+// carry; signs, blanks and overflow still go through toInt itself.
+int readIndex(const QStringRef& text, bool* ok)
+{
+    if (text.isEmpty() || text.size() > 9)
+        return text.toInt(ok);
+    int value = 0;
+    for (const QChar c : text) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return text.toInt(ok);
+        value = value * 10 + (c.unicode() - '0');
+    }
+    *ok = true;
+    return value;
+}
+
 struct IndexedFile
 {
     QString name;
@@ -36,6 +64,15 @@ bool ensureDirectory(const QString& dirPath, bool reportSuccess)
     if (reportSuccess)
         qDebug("make log dir succeded!");
     return true;
+}
+
+// The current file needs only the highest index; no sort unless retention runs.
+int highestIndex(const QVector<ListedFile>& files)
+{
+    int highest = indexOfLogFile(files.first().name);
+    for (const ListedFile& file : files)
+        highest = std::max(highest, indexOfLogFile(file.name));
+    return highest;
 }
 
 QVector<IndexedFile> indexedFilesByIndex(const QVector<ListedFile>& files)
@@ -100,8 +137,9 @@ QString firstIndexedFileWithRoom(const QString& dirPrefix, const QString& namePa
     QString path = dirPrefix + indexedFileName(namePattern, index);
     if (!namePattern.contains(indexMarker))
         return path;
+    // size() reads 0 for a missing file, so one stat answers both questions.
     QFileInfo info(path);
-    while (info.exists() && info.size() > maxLogFileSize) {
+    while (info.size() > maxLogFileSize) {
         path = dirPrefix + indexedFileName(namePattern, ++index);
         info.setFile(path);
     }
@@ -110,7 +148,7 @@ QString firstIndexedFileWithRoom(const QString& dirPrefix, const QString& namePa
 
 bool isTxtFile(const ListedFile& file)
 {
-    return file.name.endsWith(txtSuffix, Qt::CaseInsensitive);
+    return endsWithIgnoringCase(file.name, txtSuffix);
 }
 
 // The least recently read ".txt" file; equal times go to the first in name order.
@@ -134,28 +172,69 @@ QString leastRecentlyReadTxtFile(const QDir& folder, const QVector<const ListedF
 QString deleteOldestTxtFile(const QString& folderPath, const QVector<ListedFile>& files,
                             int maxFileCount)
 {
+    // Counting is cheap; the per-file time queries run only when a file has to go.
+    const auto txtCount = std::count_if(files.begin(), files.end(), isTxtFile);
+    if (txtCount <= maxFileCount)
+        return QString();
     QVector<const ListedFile*> txtFiles;
+    txtFiles.reserve(int(txtCount));
     for (const ListedFile& file : files) {
         if (isTxtFile(file))
             txtFiles.append(&file);
     }
-    if (txtFiles.size() <= maxFileCount)
-        return QString();
     const QDir folder(folderPath);
     const QString oldest = leastRecentlyReadTxtFile(folder, txtFiles);
     return QFile::remove(folder.absoluteFilePath(oldest)) ? oldest : QString();
 }
+
+// prefix + "_*_*.txt", case-insensitive. Prepared once per listing: whether the
+// prefix holds wildcards, and the filter when it does, are not worked out per file.
+class DatedNameMatcher
+{
+public:
+    explicit DatedNameMatcher(const QString& prefix) : _prefix(prefix)
+    {
+        for (const QChar c : prefix) {
+            if (c == QLatin1Char('*') || c == QLatin1Char('?') || c == QLatin1Char('['))
+                _wildcards = true;
+        }
+        // A custom name may itself hold wildcards; match the way a directory
+        // name filter would.
+        if (_wildcards)
+            _filter = QRegularExpression(QRegularExpression::wildcardToRegularExpression(
+                                             prefix + QStringLiteral("_*_*.txt")),
+                                         QRegularExpression::CaseInsensitiveOption);
+    }
+
+    bool matches(const QString& fileName) const
+    {
+        if (_wildcards)
+            return _filter.match(fileName).hasMatch();
+        const int start = _prefix.size() + 1;
+        const int suffixStart = fileName.size() - txtSuffix.size();
+        return suffixStart >= start + 1 && fileName.at(start - 1) == QLatin1Char('_') &&
+               startsWithIgnoringCase(fileName, _prefix) &&
+               endsWithIgnoringCase(fileName, txtSuffix) &&
+               fileName.lastIndexOf(QLatin1Char('_'), suffixStart - 1) >= start;
+    }
+
+private:
+    QString _prefix;
+    QRegularExpression _filter;
+    bool _wildcards = false;
+};
 
 // Highest valid index among the candidates, the first in case-insensitive name
 // order on ties; -1 when no candidate counts.
 int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
                     const QString& skipName, QString* latestName)
 {
+    const DatedNameMatcher matcher(prefix);
     int highest = -1;
     QString latestLower;
     for (const ListedFile& file : files) {
         int index = 0;
-        if (file.isSymLink || file.name == skipName || !matchesDatedPattern(file.name, prefix) ||
+        if (file.isSymLink || file.name == skipName || !matcher.matches(file.name) ||
             !datedFileIndex(file.name, prefix, &index) || index < highest)
             continue;
         const QString lower = file.name.toLower();
@@ -188,7 +267,7 @@ int indexOfLogFile(const QString& fileName)
     const QStringRef baseName = dot < 0 ? QStringRef(&fileName) : fileName.leftRef(dot);
     const int underscore = baseName.lastIndexOf(QLatin1Char('_'));
     bool ok = false;
-    const int index = baseName.mid(underscore + 1).toInt(&ok);
+    const int index = readIndex(baseName.mid(underscore + 1), &ok);
     return ok ? index : 0;
 }
 
@@ -200,21 +279,7 @@ QString indexedFileName(const QString& pattern, qint64 index)
 
 bool matchesDatedPattern(const QString& fileName, const QString& prefix)
 {
-    static const QRegularExpression wildcardChars(QStringLiteral("[*?\\[]"));
-    if (prefix.contains(wildcardChars)) {
-        // A custom name may itself hold wildcards; match the way a directory
-        // name filter would.
-        const QRegularExpression filter(
-            QRegularExpression::wildcardToRegularExpression(prefix + QStringLiteral("_*_*.txt")),
-            QRegularExpression::CaseInsensitiveOption);
-        return filter.match(fileName).hasMatch();
-    }
-    const int start = prefix.size() + 1;
-    const int suffixStart = fileName.size() - txtSuffix.size();
-    return suffixStart >= start + 1 &&
-           fileName.startsWith(prefix + QLatin1Char('_'), Qt::CaseInsensitive) &&
-           fileName.endsWith(txtSuffix, Qt::CaseInsensitive) &&
-           fileName.lastIndexOf(QLatin1Char('_'), suffixStart - 1) >= start;
+    return DatedNameMatcher(prefix).matches(fileName);
 }
 
 bool datedFileIndex(const QString& fileName, const QString& prefix, int* index)
@@ -224,7 +289,7 @@ bool datedFileIndex(const QString& fileName, const QString& prefix, int* index)
     if (end <= start)
         return false;
     bool ok = false;
-    *index = fileName.midRef(start, end - start).toInt(&ok);
+    *index = readIndex(fileName.midRef(start, end - start), &ok);
     return ok;
 }
 
@@ -241,8 +306,10 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
     const QString dirPrefix = logDir.absolutePath() + QDir::separator();
 
     // A listing with entries proves the directory exists, which saves a stat
-    // on every event; only an empty listing needs the existence test.
-    const QVector<ListedFile> files = listFiles(logDir.path());
+    // on every event; only an empty listing needs the existence test. The
+    // relative path names the same directory and is cheaper to list: the
+    // iterator converts directory and name to text for every entry.
+    const QVector<ListedFile> files = listFiles(dirPath);
     if (files.isEmpty()) {
         if (!ensureDirectory(dirPath, true))
             return false;
@@ -250,9 +317,15 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
         return true;
     }
 
-    QVector<IndexedFile> byIndex = indexedFilesByIndex(files);
-    trimLowestIndexes(logDir, byIndex, maxFiles);
-    filePath = firstIndexedFileWithRoom(dirPrefix, namePattern, byIndex.last().index);
+    int current = 0;
+    if (files.size() >= maxFiles) {
+        QVector<IndexedFile> byIndex = indexedFilesByIndex(files);
+        trimLowestIndexes(logDir, byIndex, maxFiles);
+        current = byIndex.last().index;
+    } else {
+        current = highestIndex(files);
+    }
+    filePath = firstIndexedFileWithRoom(dirPrefix, namePattern, current);
     return true;
 }
 
