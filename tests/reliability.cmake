@@ -9,6 +9,9 @@ userlog_add_test(tst_reliability_input SOURCES tst_reliability_input.cpp
     oddCharactersInBccReport customLogName:empty customLogName:long customLogName:too-long
     customLogName:subdirectory customLogName:missing-subdirectory customLogName:parent
     LABELS reliability)
+userlog_add_test(tst_reliability_faults SOURCES tst_reliability_faults.cpp tst_reliability_mount.cpp
+    LABELS reliability)
+userlog_add_test(tst_reliability_load SOURCES tst_reliability_load.cpp LABELS reliability)
 get_property(reliability_tests DIRECTORY PROPERTY TESTS)
 list(FILTER reliability_tests INCLUDE REGEX "^tst_(reliability|property)")
 set_tests_properties(${reliability_tests} PROPERTIES ENVIRONMENT LC_ALL=C.UTF-8)
