@@ -12,11 +12,36 @@ QString stateTimeText(const QDateTime& time)
     return time.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
 }
 
+namespace {
+
+// Position of the next "%1" at or after from, or -1. A two-character scan of
+// a short pattern; QString::indexOf would first convert the Latin-1 needle.
+int findMarker(const QString& text, int from)
+{
+    for (int i = from; i + 1 < text.size(); ++i) {
+        if (text.at(i) == QLatin1Char('%') && text.at(i + 1) == QLatin1Char('1'))
+            return i;
+    }
+    return -1;
+}
+
+} // namespace
+
 QString fillHeader(const QString& headerFormat, const QString& time)
 {
     // replace() leaves inserted text alone; arg() would also warn about a
-    // pattern without a marker.
-    return QString(headerFormat).replace(QLatin1String("%1"), time);
+    // pattern without a marker. The writer's patterns hold one marker, and
+    // every line fills one, so that case is built with a single allocation.
+    const QLatin1String marker("%1");
+    const int at = findMarker(headerFormat, 0);
+    if (at < 0 || findMarker(headerFormat, at + marker.size()) >= 0)
+        return QString(headerFormat).replace(marker, time);
+    const int tail = at + marker.size();
+    QString header;
+    header.reserve(headerFormat.size() - marker.size() + time.size());
+    header.append(headerFormat.constData(), at).append(time);
+    header.append(headerFormat.constData() + tail, headerFormat.size() - tail);
+    return header;
 }
 
 QString levelTag(int level, EntryForm form)
