@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Runs every benchmark once, side by side, in a fresh temporary tree and prints
+# the table of ratios. Extra arguments go to the benchmark program, e.g.
+#   bench/run_bench.sh build-bench --benchmark_filter=writer
+set -euo pipefail
+build=$(cd "${1:?usage: $0 <build dir> [benchmark options]}" && pwd)
+shift
+program="$build/bench/userlog-bench"
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+mkdir -p "$root/app/bin"
+
+cpu=$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')
+echo "==> machine: $(nproc) cores, ${cpu:-unknown CPU}, $(uname -sr)"
+echo "==> scratch tree: $root ($(df -T "$root" | awk 'NR == 2 { print $2 }'))"
+echo "==> running $program"
+cd "$root/app/bin"
+# Every tree the program makes lands under the scratch tree.
+TMPDIR="$root" LC_ALL=C.UTF-8 "$program" "$@"
