@@ -11,7 +11,7 @@ struct BenchSizes
 {
     long hostSingleCalls = 40000; // split among the host threads
     long hostBatchCalls = 2000;
-    int writerRounds = 5;
+    int writerRounds = 7;
     long singleEventsEmpty = 2000;
     long singleEventsFull = 600;
     long batchEventsEmpty = 100;

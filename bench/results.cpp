@@ -69,6 +69,24 @@ std::string ratio(double ours, double theirs)
     return ours < 0 || theirs <= 0 ? "n/a" : format("%.2fx", ours / theirs);
 }
 
+// Median over the rounds of ours / theirs within each round: the two ran one
+// right after the other, so load that drifts across the run cancels out.
+std::string roundRatio(const std::string& ours, const std::string& theirs)
+{
+    const auto a = writerRounds.find(ours);
+    const auto b = writerRounds.find(theirs);
+    if (a == writerRounds.end() || b == writerRounds.end() || a->second.entries == 0 ||
+        b->second.entries == 0)
+        return "n/a";
+    std::vector<double> ratios;
+    for (size_t i = 0; i < std::min(a->second.seconds.size(), b->second.seconds.size()); ++i) {
+        const double perEntryA = a->second.seconds[i] / double(a->second.entries);
+        const double perEntryB = b->second.seconds[i] / double(b->second.entries);
+        ratios.push_back(perEntryA / perEntryB);
+    }
+    return ratios.empty() ? "n/a" : format("%.2fx", percentile(ratios, 0.5));
+}
+
 void row(std::ostream& out, const std::vector<std::string>& cells, const std::vector<int>& widths)
 {
     for (size_t i = 0; i < cells.size(); ++i) {
@@ -125,8 +143,8 @@ void printHost(std::ostream& out)
 
 void printWriter(std::ostream& out)
 {
-    out << "\nWriter side, connected: entries per second, posted until written; ratios are "
-           "time per event\n";
+    out << "\nWriter side, connected: entries per second (median of the rounds), posted until\n"
+           "written; ratios are time per event, the median of the per-round ratios\n";
     const std::vector<int> widths = {28, 10, 12, 10, 10, 10};
     row(out, {"", "userlog", "spdlog rot.", "floor", "vs floor", "vs spdlog"}, widths);
     for (const char* form : {"single", "batch"}) {
@@ -140,8 +158,9 @@ void printWriter(std::ostream& out)
                 " dirs";
             auto rate = [](double s) { return s <= 0 ? "n/a" : format("%.0f", 1.0 / s); };
             row(out,
-                {what, rate(ours), rate(spd), rate(floorTime), ratio(ours, floorTime),
-                 ratio(ours, spd)},
+                {what, rate(ours), rate(spd), rate(floorTime),
+                 roundRatio(base + "userlog", base + "floor"),
+                 roundRatio(base + "userlog", base + "spdlog")},
                 widths);
         }
     }
@@ -153,7 +172,7 @@ void printWriter(std::ostream& out)
         row(out,
             {std::string("batches of 100, ") + dirs + " dirs", "", "",
              lines <= 0 ? "n/a" : format("%.0f", 1.0 / lines),
-             ratio(secondsPerEntry(base + "userlog"), lines), ""},
+             roundRatio(base + "userlog", base + "floorlines"), ""},
             widths);
     }
 }
