@@ -3,6 +3,7 @@
 #   ./run.sh demo      build, then run the example host scenario and show its files
 #   ./run.sh test      build, then run every test with CTest
 #   ./run.sh sanitize  the same tests under AddressSanitizer + UBSan (build-asan/)
+#   ./run.sh sanitize thread   the same tests under ThreadSanitizer (build-tsan/)
 #   ./run.sh bench     build and run the benchmarks (build-bench/)
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -57,6 +58,16 @@ test)
     ;;
 sanitize)
     apt_install "${base_packages[@]}"
+    if [ "${2:-}" = thread ]; then
+        # Qt itself is not instrumented; tests/tsan.supp says what that hides.
+        tsan=-fsanitize=thread
+        configure_and_build build-tsan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=$tsan \
+            -DCMAKE_EXE_LINKER_FLAGS=$tsan -DCMAKE_SHARED_LINKER_FLAGS=$tsan
+        say "running tests in build-tsan (not the package test: its consumer is uninstrumented)"
+        LC_ALL=C.UTF-8 TSAN_OPTIONS="suppressions=$PWD/tests/tsan.supp:halt_on_error=1" \
+            ctest --test-dir build-tsan --output-on-failure -j "$jobs" --timeout 300 -E '^package$'
+        exit
+    fi
     configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DUSERLOG_SANITIZE=ON
     ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
         run_tests build-asan
