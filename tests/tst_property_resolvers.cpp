@@ -21,11 +21,9 @@
 #include <QtTest/QtTest>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
+#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <thread>
+#include <cstring>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -120,45 +118,12 @@ private:
 
 // Ends the process with the running case's seed when a case takes far too
 // long: a resolver that never returns would otherwise hang the run silently.
-class Watchdog
+char hangNote[80];
+void reportHang(int)
 {
-public:
-    Watchdog() : _thread([this] { watch(); }) {}
-    ~Watchdog()
-    {
-        _stop = true;
-        _thread.join();
-    }
-    void begin(quint32 seed)
-    {
-        _seed = seed;
-        _started = now();
-    }
-    void end() { _started = 0; }
-
-private:
-    static qint64 now()
-    {
-        using namespace std::chrono;
-        return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-    }
-    void watch()
-    {
-        while (!_stop) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            const qint64 started = _started;
-            if (started != 0 && now() - started > 60000) {
-                std::fprintf(stderr, "case with seed %u did not finish within 60 s\n",
-                             unsigned(_seed));
-                std::abort();
-            }
-        }
-    }
-    std::atomic<bool> _stop{false};
-    std::atomic<quint32> _seed{0};
-    std::atomic<qint64> _started{0};
-    std::thread _thread;
-};
+    (void)!::write(STDERR_FILENO, hangNote, std::strlen(hangNote));
+    ::_exit(3);
+}
 
 quint32 envNumber(const char* name, quint32 fallback)
 {
@@ -177,18 +142,11 @@ QString pickLockable(QRandomGenerator& rng, const CaseDir& dir, const QStringLis
     return QFileInfo(dir.path(name)).isSymLink() ? QString() : name;
 }
 
+// Mostly sizes right at the full-file threshold, where a rollover starts.
 qint64 pickSize(QRandomGenerator& rng)
 {
-    static const qint64 sizes[] = {0,
-                                   1,
-                                   300000,
-                                   fullSize - 1,
-                                   fullSize,
-                                   fullSize,
-                                   fullSize + 1,
-                                   fullSize + 1,
-                                   fullSize + 4096};
-    return sizes[rng.bounded(int(sizeof(sizes) / sizeof(sizes[0])))];
+    static const qint64 offsets[] = {-1, 0, 0, 1, 1, 4096};
+    return rng.bounded(3) == 0 ? rng.bounded(300000) : fullSize + offsets[rng.bounded(6)];
 }
 
 // Index of a listed file by the indexed rule: the text after the last "_" of
@@ -206,29 +164,21 @@ QString withIndex(const QString& pattern, const QString& index)
     return QString(pattern).replace(indexMarker, index);
 }
 
+// Half the names follow the pattern; the others are strays that read as an
+// index all the same, and a hidden file that does not count.
 QString indexedCaseName(QRandomGenerator& rng, const QString& pattern, int range)
 {
-    const int i = rng.bounded(range);
-    switch (rng.bounded(14)) {
-    case 0:
-        return QStringLiteral("readme.txt");
-    case 1:
-        return QStringLiteral("notes_%1.log").arg(i);
-    case 2:
-        return withIndex(pattern, QStringLiteral("%1").arg(i, 3, 10, QLatin1Char('0')));
-    case 3:
-        return withIndex(pattern, QString::number(i)) + QStringLiteral(".old");
-    case 4:
-        return withIndex(pattern, QString::number(-1 - i % 3));
-    case 5:
-        return QStringLiteral("user_log_file_2147483647.txt");
-    case 6:
-        return QStringLiteral("user_print_file_off_%1_2025-05-26.txt").arg(i);
-    case 7:
-        return QStringLiteral(".hidden_%1.txt").arg(range + 5);
-    default:
-        return withIndex(pattern, QString::number(i));
-    }
+    const QString i = QString::number(rng.bounded(range));
+    const QString forms[] = {QStringLiteral("readme.txt"),
+                             QStringLiteral("notes_") + i + QStringLiteral(".log"),
+                             withIndex(pattern, i.rightJustified(3, QLatin1Char('0'))),
+                             withIndex(pattern, i) + QStringLiteral(".old"),
+                             withIndex(pattern, QLatin1Char('-') + i),
+                             QStringLiteral("user_log_file_2147483647.txt"),
+                             QStringLiteral("user_print_file_off_") + i +
+                                 QStringLiteral("_2025-05-26.txt"),
+                             QStringLiteral(".hidden_") + i + QStringLiteral(".txt")};
+    return rng.bounded(2) == 0 ? withIndex(pattern, i) : forms[rng.bounded(8)];
 }
 
 // Reads the index out of a path the indexed resolver built from pattern.
@@ -342,37 +292,27 @@ QString checkIndexed(QRandomGenerator& rng, QMap<QString, int>& stats)
     return QString();
 }
 
+// Half the names are well-formed print files; the others differ in case or
+// extension, carry leading zeros, another prefix, an empty, negative or
+// oversized index, or do not match at all.
 QString datedCaseName(QRandomGenerator& rng, const QString& prefix, int range, const QString& today)
 {
     const QString i = QString::number(rng.bounded(range));
     const QString date =
         rng.bounded(3) == 0 ? today : QStringLiteral("2025-05-%1").arg(10 + rng.bounded(20));
     const QString tail = QLatin1Char('_') + date + QStringLiteral(".txt");
-    switch (rng.bounded(16)) {
-    case 0:
-        return prefix.toUpper() + QLatin1Char('_') + i + QLatin1Char('_') + date +
-               QStringLiteral(".TXT");
-    case 1:
-        return prefix + QLatin1Char('_') + i.rightJustified(3, QLatin1Char('0')) + tail;
-    case 2:
-        return prefix + QStringLiteral("_off_") + i + tail;
-    case 3:
-        return prefix + QLatin1Char('_') + tail;
-    case 4:
-        return prefix + QStringLiteral("_-") + i + tail;
-    case 5:
-        return prefix + QStringLiteral("_99999999999") + tail;
-    case 6:
-        return prefix + QLatin1Char('_') + i + QLatin1Char('_') + date + QStringLiteral(".log");
-    case 7:
-        return QStringLiteral("notes_") + i + QStringLiteral(".txt");
-    case 8:
-        return prefix + QLatin1Char('_') + i + QStringLiteral(".txt");
-    case 9:
-        return QStringLiteral("README.TXT");
-    default:
-        return prefix + QLatin1Char('_') + i + tail;
-    }
+    const QString forms[] = {
+        prefix.toUpper() + QLatin1Char('_') + i + QLatin1Char('_') + date + QStringLiteral(".TXT"),
+        prefix + QLatin1Char('_') + i.rightJustified(3, QLatin1Char('0')) + tail,
+        prefix + QStringLiteral("_off_") + i + tail,
+        prefix + QLatin1Char('_') + tail,
+        prefix + QStringLiteral("_-") + i + tail,
+        prefix + QStringLiteral("_99999999999") + tail,
+        prefix + QLatin1Char('_') + i + QLatin1Char('_') + date + QStringLiteral(".log"),
+        QStringLiteral("notes_") + i + QStringLiteral(".txt"),
+        prefix + QLatin1Char('_') + i + QStringLiteral(".txt"),
+        QStringLiteral("README.TXT")};
+    return rng.bounded(2) == 0 ? prefix + QLatin1Char('_') + i + tail : forms[rng.bounded(10)];
 }
 
 // Index of a dated candidate: the text between the prefix's "_" and the last
@@ -518,14 +458,16 @@ void PropertyResolvers::resolutions()
     const TmpfsMount mount(tree.root() + QStringLiteral("/log"), qint64(256) << 20);
     if (!mount.isMounted())
         qInfo("running on disk: %s", qPrintable(mount.error()));
-    Watchdog watchdog;
+    std::signal(SIGALRM, reportHang);
     QMap<QString, int> stats;
     for (int i = 0; i < _iterations; ++i) {
         const quint32 seed = _firstSeed + quint32(i);
         QRandomGenerator rng(seed);
-        watchdog.begin(seed);
+        std::snprintf(hangNote, sizeof(hangNote), "case with seed %u did not finish in 60 s\n",
+                      unsigned(seed));
+        ::alarm(60);
         const QString failure = dated ? checkDated(rng, stats) : checkIndexed(rng, stats);
-        watchdog.end();
+        ::alarm(0);
         QVERIFY2(failure.isEmpty(), qPrintable(QStringLiteral("seed %1: %2 (replay with "
                                                               "USERLOG_PROPERTY_SEED=%1 "
                                                               "USERLOG_PROPERTY_ITERATIONS=1)")
