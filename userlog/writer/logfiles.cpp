@@ -2,7 +2,6 @@
 
 #include <QtCore/QDebug>
 #include <QtCore/QDir>
-#include <QtCore/QDirIterator>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
@@ -208,8 +207,10 @@ public:
 
     bool matches(const QString& fileName) const
     {
+        // An invalid filter (an unmatched "[") matches nothing; asking it
+        // anyway would print a warning for every file of every event.
         if (_wildcards)
-            return _filter.match(fileName).hasMatch();
+            return _filter.isValid() && _filter.match(fileName).hasMatch();
         const int start = _prefix.size() + 1;
         const int suffixStart = fileName.size() - txtSuffix.size();
         return suffixStart >= start + 1 && fileName.at(start - 1) == QLatin1Char('_') &&
@@ -248,18 +249,6 @@ int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
 }
 
 } // namespace
-
-QVector<ListedFile> listFiles(const QString& dirPath)
-{
-    QVector<ListedFile> files;
-    QDirIterator it(dirPath, QDir::Files);
-    while (it.hasNext()) {
-        it.next();
-        const QFileInfo info = it.fileInfo();
-        files.append({info.fileName(), info.isSymLink()});
-    }
-    return files;
-}
 
 int indexOfLogFile(const QString& fileName)
 {

@@ -25,6 +25,10 @@ struct ListedFile
 // stat'ed except links, whose target decides whether they count as files.
 QVector<ListedFile> listFiles(const QString& dirPath);
 
+// The same listing through QDirIterator alone: what listFiles falls back to
+// where the platform has no cheaper native listing.
+QVector<ListedFile> listFilesPortable(const QString& dirPath);
+
 // Index of any file in an indexed log directory: the text after the last "_"
 // of the part before the first ".", or 0 when that is not a number.
 // "user_log_file_12.old.txt" gives 12, "user_log_file_007.txt" 7, "readme.txt" 0.
