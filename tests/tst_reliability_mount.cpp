@@ -6,11 +6,23 @@
 #include <cerrno>
 #include <cstring>
 
+#include <sched.h>
 #include <sys/mount.h>
 
 namespace {
+
 constexpr unsigned long mountFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC;
-}
+
+// Before main, while the process has one thread (threads made later inherit
+// it): a mount namespace of the process's own, so its mounts vanish with the
+// process even when a crash skips every destructor. Where that is not allowed
+// the mounts are made in the shared namespace and unmounted by the destructor.
+const bool privateMounts = [] {
+    return ::unshare(CLONE_NEWNS) == 0 &&
+           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}();
+
+} // namespace
 
 TmpfsMount::TmpfsMount(const QString& dir, qint64 sizeBytes) : _dir(dir)
 {
