@@ -293,8 +293,8 @@ QString checkIndexed(QRandomGenerator& rng, QMap<QString, int>& stats)
 }
 
 // Half the names are well-formed print files; the others differ in case or
-// extension, carry leading zeros, another prefix, an empty, negative or
-// oversized index, or do not match at all.
+// extension, carry leading zeros, another prefix, an empty, negative, the
+// largest or an oversized index, or do not match at all.
 QString datedCaseName(QRandomGenerator& rng, const QString& prefix, int range, const QString& today)
 {
     const QString i = QString::number(rng.bounded(range));
@@ -308,11 +308,12 @@ QString datedCaseName(QRandomGenerator& rng, const QString& prefix, int range, c
         prefix + QLatin1Char('_') + tail,
         prefix + QStringLiteral("_-") + i + tail,
         prefix + QStringLiteral("_99999999999") + tail,
+        prefix + QStringLiteral("_2147483647") + tail,
         prefix + QLatin1Char('_') + i + QLatin1Char('_') + date + QStringLiteral(".log"),
         QStringLiteral("notes_") + i + QStringLiteral(".txt"),
         prefix + QLatin1Char('_') + i + QStringLiteral(".txt"),
         QStringLiteral("README.TXT")};
-    return rng.bounded(2) == 0 ? prefix + QLatin1Char('_') + i + tail : forms[rng.bounded(10)];
+    return rng.bounded(2) == 0 ? prefix + QLatin1Char('_') + i + tail : forms[rng.bounded(11)];
 }
 
 // Index of a dated candidate: the text between the prefix's "_" and the last
