@@ -1,5 +1,7 @@
-// userlog-host, and a host that quits with the log thread still busy, driven end
-// to end as child processes in temporary trees.
+// userlog-host driven end to end in temporary trees, and a host that quits with
+// the log thread still busy: this program itself, started as "tst_host quit-child".
+#include <userlog/userlog.h>
+
 #include "testtree.h"
 
 #include <QtCore/QDirIterator>
@@ -7,53 +9,65 @@
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
-namespace {
+#include <cstdio>
 
-const QString hostProgram = QStringLiteral(USERLOG_HOST);
-const QString examplesDir = QStringLiteral(USERLOG_EXAMPLES_DIR);
+namespace {
 
 struct Run
 {
     int exitCode = -1; // -1: crashed or timed out
-    QString out;
-    QString err;
+    QString out, err;
 };
 
-Run runProgram(const QString& program, const QStringList& arguments, const QByteArray& input = {},
-               const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+Run run(const QString& program, const QStringList& arguments, const QByteArray& input = {})
 {
     QProcess process;
-    process.setProcessEnvironment(environment);
     process.start(program, arguments);
-    Run run;
-    if (!process.waitForStarted(10000))
-        return run;
     process.write(input);
     process.closeWriteChannel();
-    if (!process.waitForFinished(60000)) {
+    Run result;
+    if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit)
+        result.exitCode = process.exitCode();
+    else
         process.kill();
-        process.waitForFinished();
-    } else if (process.exitStatus() == QProcess::NormalExit) {
-        run.exitCode = process.exitCode();
-    }
-    run.out = QString::fromLocal8Bit(process.readAllStandardOutput());
-    run.err = QString::fromLocal8Bit(process.readAllStandardError());
-    return run;
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    return result;
 }
 
-// "<directory>/<file>" to line count for every file under logRoot; the start
-// date in print file names reads DATE.
+// "<directory>/<file>" to line count for every file under logRoot, dates as DATE.
 QMap<QString, int> inventory(const QString& logRoot)
 {
-    static const QRegularExpression date(QStringLiteral("\\d{4}-\\d{2}-\\d{2}"));
     QMap<QString, int> files;
-    QDirIterator it(logRoot, QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
+    for (QDirIterator it(logRoot, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
         const QString path = it.next();
-        files.insert(QDir(logRoot).relativeFilePath(path).replace(date, QStringLiteral("DATE")),
+        files.insert(QDir(logRoot).relativeFilePath(path).replace(
+                         QRegularExpression("\\d{4}-\\d\\d-\\d\\d"), "DATE"),
                      readLines(path).size());
     }
     return files;
+}
+
+// Quits through its event loop with a 20,000-entry batch and 5,000 entries still
+// queued, never flushing itself. Its quit handler runs before the library's and
+// prints how many lines were on disk when the quit began.
+int quitChild(QCoreApplication& app)
+{
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, [] {
+        QFile file("../../log/offline/user_print_file_off");
+        const int lines = file.open(QIODevice::ReadOnly) ? file.readAll().count('\n') : 0;
+        std::printf("lines at quit: %d\n", lines);
+        std::fflush(stdout);
+    });
+    UserLog* log = UserLog::logger();
+    QList<LogInformation> busy;
+    for (int i = 0; i < 20000; ++i)
+        busy.append({"08:00", "BUSY", QString::number(i), 2});
+    log->recordLog(busy);
+    for (int i = 0; i < 5000; ++i)
+        log->recordLog("QUIT", "08:01", QString::number(i), 2);
+    QTimer::singleShot(0, &app, &QCoreApplication::quit);
+    return app.exec();
 }
 
 } // namespace
@@ -63,140 +77,87 @@ class TestHost : public QObject
     Q_OBJECT
 
 private slots:
-    void exampleShift();
+    void exampleShiftWithSettings();
     void badLine_data();
     void badLine();
-    void settingsAndDefaultRoot();
     void quitWithoutLoss();
 };
 
-void TestHost::exampleShift()
+// Without --root the tree is a fresh directory in the temporary directory, printed
+// first; --custom-log-name names the print files.
+void TestHost::exampleShiftWithSettings()
 {
     TestTree tree;
     QVERIFY(tree.isValid());
-    const Run run = runProgram(
-        hostProgram, {QStringLiteral("--root"), tree.root(), examplesDir + "/shift.scenario"});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(run.out.startsWith("log tree: " + tree.root() + "\n"), qPrintable(run.out));
-
-    const QMap<QString, int> expected{
-        {"bccLog/bcc_log_file_0.txt", 6},
-        {"offline/user_print_file_off", 6},
-        {"offline/user_print_file_off_0_DATE.txt", 3},
-        {"online/user_log_file_0.txt", 20},
-        {"useronline/user_print_file_0_DATE.txt", 12},
-    };
-    QCOMPARE(inventory(tree.root() + "/log"), expected);
-
-    // The link comes up, goes down against a port that now refuses, and all
-    // four probes were written before the host ended.
-    const QStringList bcc = readLines(tree.logDir("bccLog") + "/bcc_log_file_0.txt");
-    QVERIFY(bcc.at(0).endsWith(" -- bcc connected to 127.0.0.1, message:Vision system linked"));
-    QVERIFY(bcc.at(1).endsWith(
-        " -- bcc connection with 127.0.0.1 is broken, message:Vision system does not answer"));
-    for (int i = 2; i < 6; ++i)
-        QVERIFY2(bcc.at(i).endsWith(" -- tcp lost connection with 127.0.0.1"),
-                 qPrintable(bcc.at(i)));
-    QVERIFY(readLines(tree.logDir("online") + "/user_log_file_0.txt")
-                .last()
-                .endsWith(" -- <MAIN> <info> Shift ended"));
-    QVERIFY(readLines(tree.logDir("offline") + "/user_print_file_off")
-                .last()
-                .endsWith("** <MAIN> <erro> Program stopped: no controller"));
+    const QString temp = tree.root() + "/tmp";
+    QVERIFY(QDir().mkpath(temp) && qputenv("TMPDIR", temp.toLocal8Bit()));
+    const Run r = run(USERLOG_HOST, {"--custom-log-name", "shift_b", USERLOG_EXAMPLES});
+    QCOMPARE(r.exitCode, 0);
+    const QRegularExpressionMatch printed =
+        QRegularExpression("^log tree: (" + QRegularExpression::escape(temp) + "/[^\n]+)\n")
+            .match(r.out);
+    QVERIFY2(printed.hasMatch(), qPrintable(r.out));
+    QVERIFY(!QFileInfo::exists(tree.root() + "/log"));
+    const QMap<QString, int> expected{{"bccLog/bcc_log_file_0.txt", 6},
+                                      {"offline/shift_b_off", 6},
+                                      {"offline/shift_b_off_0_DATE.txt", 3},
+                                      {"online/user_log_file_0.txt", 20},
+                                      {"useronline/shift_b_0_DATE.txt", 12}};
+    QCOMPARE(inventory(printed.captured(1) + "/log"), expected);
 }
 
 void TestHost::badLine_data()
 {
     QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<QString>("problem");
-    QTest::newRow("unknown command")
-        << QByteArray("frobnicate 3") << "unknown command \"frobnicate\"";
+    QTest::addColumn<QString>("error"); // names the bad line, here always line 2
+    QTest::newRow("unknown command") << QByteArray("frob 3") << "2: unknown command \"frob\"";
     QTest::newRow("unknown level")
-        << QByteArray("entry MAIN now fatal Boom") << "unknown level \"fatal\"";
-    QTest::newRow("missing message")
-        << QByteArray("entry MAIN now info") << "expected: entry BLOCK TIME LEVEL MESSAGE";
-    QTest::newRow("open quote") << QByteArray("entry MAIN \"09:00 info x") << "unterminated quote";
-    QTest::newRow("port out of range")
-        << QByteArray("bcc down 127.0.0.1 70000 gone") << "bad port \"70000\"";
+        << QByteArray("entry MAIN now fatal Boom") << "2: unknown level \"fatal\"";
     QTest::newRow("port before listen")
-        << QByteArray("bcc down 127.0.0.1 $port gone") << "$port used before listen";
-    QTest::newRow("end without batch") << QByteArray("end") << "end without batch";
+        << QByteArray("bcc down 127.0.0.1 $port gone") << "2: $port used before listen";
     QTest::newRow("batch never closed")
-        << QByteArray("batch\nentry MAIN now info inside") << "batch is not closed by \"end\"";
+        << QByteArray("batch\nentry MAIN now info inside") << "2: batch is not closed by \"end\"";
 }
 
-// The error names line 2 and its problem; line 1 is on disk, nothing after line 2 is.
+// Line 1 is on disk, nothing after the bad line is.
 void TestHost::badLine()
 {
     QFETCH(QByteArray, line);
-    QFETCH(QString, problem);
+    QFETCH(QString, error);
     TestTree tree;
     QVERIFY(tree.isValid());
-    const QByteArray scenario =
-        "entry MAIN now info before\n" + line + "\nentry MAIN now info after\n";
-    const Run run = runProgram(hostProgram, {QStringLiteral("--root"), tree.root()}, scenario);
-
-    QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.contains("userlog-host: <stdin>:2: " + problem), qPrintable(run.err));
-    const QStringList log = readLines(tree.logDir("offline") + "/user_print_file_off");
+    const Run r = run(USERLOG_HOST, {"--root", tree.root()},
+                      "entry MAIN now info before\n" + line + "\nentry MAIN now info after\n");
+    QCOMPARE(r.exitCode, 1);
+    QVERIFY2(r.err.contains("userlog-host: <stdin>:" + error), qPrintable(r.err));
+    const QStringList log = readLines(tree.logDir("offline/user_print_file_off"));
     QVERIFY2(log.size() == 4 && log.last().endsWith("** <MAIN> <info> before"),
              qPrintable(log.join('\n')));
 }
 
-void TestHost::settingsAndDefaultRoot()
-{
-    TestTree tree;
-    QVERIFY(tree.isValid());
-    const QString temp = tree.root() + "/tmp";
-    QVERIFY(QDir().mkpath(temp));
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("TMPDIR"), temp);
-    const Run run =
-        runProgram(hostProgram, {QStringLiteral("--custom-log-name"), "shift_b"},
-                   "controller connected\nentry CELL now print Parts: 3\n", environment);
-    QCOMPARE(run.exitCode, 0);
-
-    // A fresh directory in the temporary directory, printed first; nothing
-    // lands beside the caller's working directory.
-    const QRegularExpressionMatch printed =
-        QRegularExpression("^log tree: (" + QRegularExpression::escape(temp) + "/[^\n]+)\n")
-            .match(run.out);
-    QVERIFY2(printed.hasMatch(), qPrintable(run.out));
-    QVERIFY(!QFileInfo::exists(tree.root() + "/log"));
-
-    const QString root = printed.captured(1);
-    QVERIFY(QFileInfo::exists(root + "/KRN/user/custom.ini"));
-    const QMap<QString, int> expected{
-        {"offline/shift_b_off", 3},
-        {"offline/shift_b_off_0_DATE.txt", 3},
-        {"online/user_log_file_0.txt", 4},
-        {"useronline/shift_b_0_DATE.txt", 4},
-    };
-    QCOMPARE(inventory(root + "/log"), expected);
-}
-
-// The child returns from exec() without flushing; the library's quit-time flush
-// must keep the process alive until every queued entry is written.
+// Only the library's quit-time flush keeps the child alive until all is written.
 void TestHost::quitWithoutLoss()
 {
     TestTree tree;
     QVERIFY(tree.isValid());
-    const Run run = runProgram(QStringLiteral(USERLOG_QUIT_CHILD), {});
-    QCOMPARE(run.exitCode, 0);
-
-    const QStringList log = readLines(tree.logDir("offline") + "/user_print_file_off");
-    const int banner = 3;
-    const int busy = 20000;
-    const int quitEntries = 5000;
-    QCOMPARE(log.size(), banner + busy + quitEntries);
-    QVERIFY(log.last().endsWith("<QUIT> <info> entry 4999"));
-
+    const Run r = run(QCoreApplication::applicationFilePath(), {"quit-child"});
+    QCOMPARE(r.exitCode, 0);
+    const QStringList log = readLines(tree.logDir("offline/user_print_file_off"));
+    QCOMPARE(log.size(), 3 + 20000 + 5000);
+    QVERIFY(log.last().endsWith("<QUIT> <info> 4999"));
     // Proof that the log thread was still behind when the quit began.
     const QRegularExpressionMatch atQuit =
-        QRegularExpression(QStringLiteral("lines at quit: (\\d+)")).match(run.out);
-    QVERIFY2(atQuit.hasMatch(), qPrintable(run.out));
-    QVERIFY2(atQuit.captured(1).toInt() < banner + busy + quitEntries, qPrintable(run.out));
+        QRegularExpression("^lines at quit: (\\d+)\n").match(r.out);
+    QVERIFY2(atQuit.hasMatch() && atQuit.captured(1).toInt() < log.size(), qPrintable(r.out));
 }
 
-QTEST_GUILESS_MAIN(TestHost)
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc == 2 && qstrcmp(argv[1], "quit-child") == 0)
+        return quitChild(app);
+    TestHost test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_host.moc"

@@ -6,8 +6,6 @@
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    UserLog* log = UserLog::logger();
-    log->recordLog(QStringLiteral("CONSUMER"), QStringLiteral("12:00:00"),
-                   QStringLiteral("linked against the installed package"), 2);
-    return log->flush(10000) ? 0 : 1;
+    UserLog::logger()->recordLog("CONSUMER", "12:00:00", "linked against the installed package", 2);
+    return UserLog::logger()->flush(10000) ? 0 : 1;
 }
