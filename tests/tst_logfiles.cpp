@@ -1,25 +1,44 @@
-// File naming, resolution and retention of the log directories, white-box.
+// File naming, resolution and retention of the log directories, the connection banners and
+// the writer's slot interface, white-box.
 #include "testtree.h"
 #include "tst_logfiles_support.h"
 #include "userlog/writer/logfiles.h"
 #include "userlog/writer/userlogwriter.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QMetaMethod>
 #include <QtCore/QProcess>
 #include <QtTest/QtTest>
 
+#include <initializer_list>
 #include <memory>
+
+using namespace logfiles;
 
 namespace {
 
 const QString logDir = "../../log/dir"_s;
+
+const QString today = QDate::currentDate().toString(Qt::ISODate);
+
+// Tables of text columns, one call per row.
+void columns(std::initializer_list<const char*> names)
+{
+    for (const char* name : names)
+        QTest::addColumn<QString>(name);
+}
+
+template <typename... Texts> void row(const char* name, const Texts*... texts)
+{
+    (QTest::newRow(name) << ... << QString::fromUtf8(texts));
+}
 
 // Space-separated names; "u_[0-99].txt" stands for u_0.txt to u_99.txt.
 QStringList expand(const QString& names)
 {
     static const QRegularExpression range("\\[(\\d+)-(\\d+)\\]"_s);
     QStringList result;
-    for (const QString& name : names.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+    for (const QString& name : names.split(" "_s, Qt::SkipEmptyParts)) {
         const QRegularExpressionMatch m = range.match(name);
         if (!m.hasMatch())
             result << name;
@@ -30,43 +49,72 @@ QStringList expand(const QString& names)
     return result;
 }
 
-// The file names that entries stand for, sorted like allFiles().
-QStringList fileNamesOf(const QString& entries)
+// The name in an entry of makeEntries().
+QString nameOf(const QString& entry)
 {
-    QStringList files;
-    for (const QString& entry : expand(entries)) {
-        if (!entry.endsWith(QLatin1Char('/')))
-            files << entry.section(QLatin1Char('='), 0, 0);
-    }
-    files.sort();
-    return files;
+    return entry.section(QRegularExpression("[=@]"_s), 0, 0);
 }
 
-// Makes entries in dir: "name" is an empty file, "name=size" one of that size
-// ("name=full" one byte over 1 MiB), "name/" a directory. Returns the file names.
-QStringList makeEntries(const QString& dir, const QString& entries)
+// The lines that kinds stand for, times shown as "T": S start-up, C connected and L lost
+// banner; E and e the entry that op 'e' writes, with the online and the offline header.
+QStringList banners(const QString& kinds)
 {
-    QDir().mkpath(dir);
-    for (const QString& entry : expand(entries)) {
-        if (entry.endsWith(QLatin1Char('/')))
-            QDir(dir).mkdir(entry);
+    const QString separator = "//---------------------------------"_s;
+    const QString texts[] = {"**T** <user log> <log> krn user log systerm booted up!"_s,
+                             "-- T -- <user log> <log> krn system connected with controller!"_s,
+                             "**T** <user log> <log> krn system lost connection with controller!"_s,
+                             "-- T -- <B> <log> x"_s, "**T** <B> <log> x"_s};
+    QStringList lines;
+    for (const QChar kind : kinds) {
+        const QString text = texts["SCLEe"_s.indexOf(kind)];
+        lines << (kind.toLower() == QLatin1Char('e') ? QStringList{text}
+                                                     : QStringList{separator, text, separator});
+    }
+    return lines;
+}
+
+// A log file as the writer names it; "<today>" stands for today's date.
+QString logFile(const QString& path)
+{
+    return "../../log/"_s + QString(path).replace("<today>"_s, today);
+}
+
+QStringList contents(const QString& path)
+{
+    return withoutTimes(readLines(logFile(path)));
+}
+
+const QString onUser = "online/user_log_file_0.txt"_s;
+const QString onPrint = "useronline/user_print_file_0_<today>.txt"_s;
+const QString offUser = "offline/user_print_file_off"_s;
+const QString offPrint = "offline/user_print_file_off_0_<today>.txt"_s;
+
+// Ops through the writer's slots by index: c connect and l lose (slot 1), n the no-argument
+// loss (slot 2), C and S the forms (true, true) and (false, true) (slot 0), e an entry "x" of
+// level 6, a print entry (slot 3). X makes a directory of the online print file, o removes it.
+void apply(UserLogWriter& writer, const QString& ops)
+{
+    const QMetaObject& meta = UserLogWriter::staticMetaObject;
+    const auto slot = [&](int index) { return meta.method(meta.methodOffset() + index); };
+    for (const QChar op : ops) {
+        const char o = op.toLatin1();
+        bool done = false;
+        if (o == 'X')
+            done = QFile::remove(logFile(onPrint)) && QDir().mkpath(logFile(onPrint));
+        else if (o == 'o')
+            done = QDir().rmdir(logFile(onPrint));
+        else if (o == 'e')
+            done = slot(3).invoke(&writer, Qt::DirectConnection, Q_ARG(QString, "B"_s),
+                                  Q_ARG(QString, "T"_s), Q_ARG(QString, "x"_s), Q_ARG(int, 6));
+        else if (o == 'n')
+            done = slot(2).invoke(&writer, Qt::DirectConnection);
+        else if (o == 'c' || o == 'l')
+            done = slot(1).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'c'));
         else
-            makeFile(dir, entry.section(QLatin1Char('='), 0, 0),
-                     entry.endsWith("=full"_s) ? 1048577
-                                               : entry.section(QLatin1Char('='), 1).toLongLong());
+            done = slot(0).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'C'),
+                                  Q_ARG(bool, true));
+        QVERIFY2(done, qPrintable(QString(op)));
     }
-    return fileNamesOf(entries);
-}
-
-// The files of dir, hidden ones included.
-QStringList allFiles(const QString& dir)
-{
-    return QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name);
-}
-
-QString absoluteDir(const QString& relative)
-{
-    return QDir::cleanPath(QDir::currentPath() + QLatin1Char('/') + relative);
 }
 
 } // namespace
@@ -76,43 +124,30 @@ class TestLogFiles : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
+    void init()
+    {
+        _tree.reset(new TestTree);
+        QVERIFY(_tree->isValid());
+    }
     void cleanup();
-    void indexOfLogFile_data();
-    void indexOfLogFile();
-    void datedNames_data();
-    void datedNames();
-    void newDirectory_data();
-    void newDirectory();
-    void indexedResolution_data();
-    void indexedResolution();
-    void indexedRetentionTiesOldestModifiedFirst();
-    void indexedRetentionStopsWhenDeleteFails();
-    void datedResolution_data();
-    void datedResolution();
-    void datedResolutionTrimsBeforeListing();
-    void deleteOldestFiles_data();
-    void deleteOldestFiles();
-    void deleteOldestFilesMissingFolder();
-    void deleteOldestFilesDeleteFails();
+    void helpers_data();
+    void helpers();
+    void resolution_data();
+    void resolution();
+    void transitions_data();
+    void transitions();
+    void customName();
+    void startUpFailures_data();
+    void startUpFailures();
+    void metaObjects();
 
 private:
     QString dir() const { return _tree->logDir("dir"_s); }
-    // Bind-mounts a file over dir/name, so that unlinking it fails with EBUSY.
-    bool bindMount(const QString& name);
-    // Last-read times ten days ago, those of older a day earlier still.
-    void setReadTimes(const QStringList& names, const QStringList& older);
+    bool makeEntries(const QStringList& entries);
 
     std::unique_ptr<TestTree> _tree;
     QStringList _mounts;
-    QString _mountError;
 };
-
-void TestLogFiles::init()
-{
-    _tree.reset(new TestTree);
-    QVERIFY(_tree->isValid());
-}
 
 void TestLogFiles::cleanup()
 {
@@ -122,285 +157,260 @@ void TestLogFiles::cleanup()
     _tree.reset();
 }
 
-bool TestLogFiles::bindMount(const QString& name)
+// Makes entries in dir(), or outside it with "..": "name" an empty file, "name=size" one of
+// that size ("=full": 1 MiB and 1 byte), "name/" a directory. After "@": r read a day before
+// the other files, a number modified that many days before, l a link to a file instead of the
+// file, b a file bind-mounted over it, so that it cannot be deleted (false if not allowed).
+bool TestLogFiles::makeEntries(const QStringList& entries)
 {
-    const QString target = dir() + QLatin1Char('/') + name;
-    makeFile(_tree->root(), "source"_s);
-    const int exitCode =
-        QProcess::execute("mount"_s, {"--bind"_s, _tree->root() + "/source"_s, target});
-    if (exitCode == 0)
-        _mounts << target;
-    _mountError = "mount --bind failed with %1 (-2: not found); it needs root"_s.arg(exitCode);
-    return exitCode == 0;
+    const QDateTime now = QDateTime::currentDateTime();
+    const QString target = _tree->root() + "/target"_s;
+    makeFile(_tree->root(), "target"_s);
+    for (const QString& entry : entries) {
+        const QFileInfo file(QDir::cleanPath(dir() + "/"_s + nameOf(entry)));
+        const QString flags = entry.section("@"_s, 1);
+        const QString size = entry.section("="_s, 1).section("@"_s, 0, 0);
+        QDir().mkpath(entry.endsWith("/"_s) ? file.filePath() : file.path());
+        if (entry.endsWith("/"_s))
+            continue;
+        if (flags.contains("l"_s))
+            QFile::link(target, file.filePath());
+        else
+            makeFile(file.path(), file.fileName(), size == "full"_s ? 1048577 : size.toLongLong());
+        if (flags.contains("b"_s)) {
+            if (QProcess::execute("mount"_s, {"--bind"_s, target, file.filePath()}) != 0)
+                return false;
+            _mounts << file.filePath();
+        }
+        if (flags.contains("r"_s) || flags.toInt() > 0)
+            setFileTimes(file.filePath(), flags.contains("r"_s) ? now.addDays(-1) : now,
+                         now.addDays(-flags.toInt()));
+    }
+    return true;
 }
 
-void TestLogFiles::setReadTimes(const QStringList& names, const QStringList& older)
+void TestLogFiles::helpers_data()
 {
-    const QDateTime base = QDateTime::currentDateTime().addDays(-10);
-    for (const QString& name : names) {
-        const QDateTime read = older.contains(name) ? base.addDays(-1) : base;
-        QVERIFY(setFileTimes(dir() + QLatin1Char('/') + name, read, base));
+    // The row name is the call: "index <file name>", "name <pattern>" for index 3, "dated <file
+    // name>" for prefix "print" ("no match", "no index" or the index read), "datedName <prefix>"
+    // for index 4 on 2025-06-02.
+    columns({"expected"});
+    row("index user_log_file_12.old.txt", "12");
+    row("index user_log_file_007.txt", "7");
+    row("index 42.txt", "42");
+    row("index log_5", "5");
+    row("index bcc_log_file_x.txt", "0");
+    row("index u_99999999999.txt", "0");
+    row("name u_%1.txt", "u_3.txt");
+    row("name off", "off");
+    row("dated print_12_2025-05-26.txt", "12");
+    row("dated print_007_2025-05-26.txt", "7");
+    row("dated PRINT_3_2025-05-26.TXT", "3");
+    row("dated print_-3_2025-05-26.txt", "-3");
+    row("dated print_off_0_2025-05-26.txt", "no index");
+    row("dated print__2025-05-26.txt", "no index");
+    row("dated print_3_4_2025.txt", "no index");
+    row("dated print_3.txt", "no match");
+    row("dated print_.txt", "no match");
+    row("dated print_3_2025-05-26.log", "no match");
+    row("dated xprint_3_2025-05-26.txt", "no match");
+    row("datedName print", "print_4_2025-06-02.txt");
+}
+
+void TestLogFiles::helpers()
+{
+    QFETCH(QString, expected);
+    const QString call = QString::fromUtf8(QTest::currentDataTag());
+    const QString kind = call.section(" "_s, 0, 0);
+    const QString arg = call.section(" "_s, 1);
+    int index = 0;
+    const QString actual = kind == "index"_s       ? QString::number(indexOfLogFile(arg))
+                           : kind == "name"_s      ? indexedFileName(arg, 3)
+                           : kind == "datedName"_s ? datedFileName(arg, 4, QDate(2025, 6, 2))
+                           : !matchesDatedPattern(arg, "print"_s)   ? "no match"_s
+                           : datedFileIndex(arg, "print"_s, &index) ? QString::number(index)
+                                                                    : "no index"_s;
+    QCOMPARE(actual, expected);
+}
+
+void TestLogFiles::resolution_data()
+{
+    // call on ../../log/dir: "indexed <pattern>" (limit 100), "dated <prefix>" (limit 500) or
+    // "delete" (the writer's slot deleteOldestFiles, limit 500); entries as makeEntries() makes
+    // them; current: the file chosen, "-" when no directory is there after; deleted: the files
+    // that must be gone, all others must be left.
+    columns({"call", "entries", "current", "deleted"});
+    row("indexed: directories made", "indexed u_%1.txt", "", "u_0.txt", "");
+    row("indexed: directory cannot be made", "indexed u_%1.txt", "../../log", "-", "");
+    row("indexed: a regular file at its path", "indexed u_%1.txt", "../dir", "u_0.txt", "");
+    row("indexed: 1 MiB stays", "indexed u_%1.txt", "u_2.txt u_3.txt=1048576", "u_3.txt", "");
+    row("indexed: past every full file", "indexed u_%1_a.txt", // each name reads as index 0
+        "u_0_a.txt=full u_1_a.txt=full", "u_2_a.txt", "");
+    row("indexed: numbers, leading zeros", "indexed u_%1.txt", "u_9.txt u_010.txt", "u_10.txt", "");
+    row("indexed: 100, a stray", "indexed u_%1.txt", "u_[1-99].txt x", "u_99.txt", "x");
+    row("indexed: 130 keep 99", "indexed u_%1.txt", "u_[0-129].txt", "u_129.txt", "u_[0-30].txt");
+    row("indexed: hidden, directory", "indexed u_%1.txt", "u_[1-99].txt .u_0 u_0/", "u_99.txt", "");
+    row("indexed: ties, oldest modified first", "indexed u_%1.txt",
+        "u_[1-98].txt a.txt@1 m.txt@3 z.txt@2", "u_98.txt", "m.txt z.txt");
+    row("indexed: undeletable", "indexed u_%1.txt", "u_[1-99].txt u_0.txt@b", "u_99.txt", "");
+    row("indexed: no %1, over 1 MiB", "indexed off", "off=full", "off", "");
+    row("dated: directories made", "dated p", "", "p_0_<today>.txt", "");
+    row("dated: directory cannot be made", "dated p", "../../log", "-", "");
+    row("dated: number, dates, 1 MiB", "dated p", "p_9_2025-05-10.txt p_10_2025-05-20.txt=1048576",
+        "p_10_2025-05-20.txt", "");
+    row("dated: full", "dated p", "p_3_2025-05-26.txt=full", "p_4_<today>.txt", "");
+    row("dated: ties", "dated p", "P_3_b.txt p_3_a.txt p_3_c.txt", "p_3_a.txt", "");
+    row("dated: no candidates", "dated p", "p_off_5_x.txt p_-3_x.txt p_8_x.txt@l p_9_x.txt/",
+        "p_0_<today>.txt", "");
+    row("dated: offline prefix", "dated p_off", "p_7_x.txt p_off_2_x.txt", "p_off_2_x.txt", "");
+    row("dated: 501 .txt", "dated p", "f[0-498].txt p_1_x.txt p_2_x.txt@r", "p_1_x.txt",
+        "p_2_x.txt");
+    row("delete: 500 .txt", "delete", "f[1-499].txt a.txt@r", "", "");
+    row("delete: 501, ties", "delete", "f[1-499].txt a.txt@r B.txt@r", "", "B.txt");
+    row("delete: 502, one a call", "delete", "f[1-501].txt REPORT.TXT@r", "", "REPORT.TXT");
+    row("delete: .log not counted", "delete", "f[1-500].txt a.log", "", "");
+    row("delete: undeletable", "delete", "f[1-500].txt f0.txt@rb", "", "");
+    row("delete: missing directory", "delete", "", "-", ""); // and not made
+}
+
+void TestLogFiles::resolution()
+{
+    QFETCH(QString, call);
+    QFETCH(QString, entries);
+    QFETCH(QString, current);
+    QFETCH(QString, deleted);
+    if (!makeEntries(expand(entries)))
+        QSKIP("mount --bind failed; it needs root");
+    QStringList kept;
+    for (const QString& entry : expand(entries)) {
+        if (!entry.contains("/"_s) && !expand(deleted).contains(nameOf(entry)))
+            kept << nameOf(entry);
+    }
+    kept.sort();
+    const QString kind = call.section(" "_s, 0, 0);
+    const QString arg = call.section(" "_s, 1);
+    const bool made = current != "-"_s;
+    std::unique_ptr<UserLogWriter> writer(kind == "delete"_s ? new UserLogWriter : nullptr);
+    MessageCapture capture;
+    QString path = "unchanged"_s;
+    QString expected = path;
+    if (writer) {
+        QVERIFY(QMetaObject::invokeMethod(writer.get(), "deleteOldestFiles", Q_ARG(QString, logDir),
+                                          Q_ARG(int, 500)));
+    } else if (kind == "indexed"_s) {
+        QCOMPARE(resolveIndexedLogPath(arg, logDir, path, 100), made);
+        if (made) // absolute, with the native separator before the name
+            expected =
+                QDir::cleanPath(QDir::currentPath() + "/"_s + logDir) + QDir::separator() + current;
+    } else {
+        QCOMPARE(resolveDatedLogPath(arg, logDir, path, 500), made);
+        if (made)
+            expected = logDir + "/"_s + current.replace("<today>"_s, today);
+    }
+    QCOMPARE(path, expected);
+    QCOMPARE(capture.messages(), !made && !writer ? QStringList{"make log dir failed!"_s}
+                                 : kind == "indexed"_s && entries.isEmpty()
+                                     ? QStringList{"make log dir succeded!"_s}
+                                     : QStringList());
+    QCOMPARE(QDir(dir()).entryList(QDir::Files | QDir::Hidden, QDir::Name), kept);
+    QCOMPARE(QFileInfo::exists(dir()), made);
+}
+
+void TestLogFiles::transitions_data()
+{
+    columns({"ops", "onlineUser", "onlinePrint", "offlineUser", "offlinePrint"});
+    row("start-up; not connected: ignored", "l", "", "", "S", "S");
+    row("connect; repeated: ignored", "cc", "C", "C", "S", "S");
+    row("loss online, then user log offline", "clle", "CL", "CLe", "Se", "S");
+    row("no-argument form is a loss", "cn", "CL", "CL", "S", "S");
+    row("reconnect", "clce", "CLCE", "CLCE", "S", "S");
+    row("(true, true) while online", "cC", "CC", "CC", "S", "S");
+    row("(false, true) while online", "cSe", "C", "C", "SSe", "SSe");
+    row("failed loss, next ignored, connect", "cXlolece", "CeCE", "eCE", "S", "S");
+}
+
+void TestLogFiles::transitions()
+{
+    QFETCH(QString, ops);
+    QFETCH(QString, onlineUser);
+    QFETCH(QString, onlinePrint);
+    QFETCH(QString, offlineUser);
+    QFETCH(QString, offlinePrint);
+    UserLogWriter writer;
+    apply(writer, ops);
+    const QString files[] = {onUser, onPrint, offUser, offPrint};
+    const QString kinds[] = {onlineUser, onlinePrint, offlineUser, offlinePrint};
+    for (int i = 0; i < 4; ++i) {
+        QVERIFY2(QFile::exists(logFile(files[i])) == !kinds[i].isEmpty(), qPrintable(files[i]));
+        QCOMPARE(contents(files[i]), banners(kinds[i]));
     }
 }
 
-void TestLogFiles::indexOfLogFile_data()
+void TestLogFiles::customName()
 {
-    columns({"name", "index"});
-    row("plain", "user_log_file_12.txt", "12");
-    row("before the first dot", "user_log_file_12.old.txt", "12");
-    row("leading zeros", "user_log_file_007.txt", "7");
-    row("no underscore, not a number", "readme.txt", "0");
-    row("no underscore, a number", "42.txt", "42");
-    row("not a number", "bcc_log_file_x.txt", "0");
-    row("dated print file", "user_print_file_off_2_2025-05-26.txt", "0");
-    row("pattern not checked", "notes_900.txt", "900");
-    row("no extension", "user_print_file_off", "0");
+    // Read at start-up and at every connect, not at a loss.
+    _tree->writeCustomLogName("alpha"_s);
+    UserLogWriter writer;
+    _tree->writeCustomLogName("beta22"_s); // names of other lengths: no stale settings cache
+    QTest::qSleep(1100);                   // a banner's time is that of its own state change
+    apply(writer, "c"_s);
+    _tree->writeCustomLogName("gam"_s);
+    apply(writer, "leS"_s);
+    QCOMPARE(contents("offline/alpha_off_0_<today>.txt"_s), banners("S"_s));
+    QCOMPARE(contents("useronline/beta22_0_<today>.txt"_s), banners("CLe"_s));
+    QCOMPARE(contents("offline/alpha_off"_s), banners("SeS"_s));
+    QCOMPARE(contents("offline/gam_off_0_<today>.txt"_s), banners("S"_s));
+    const QString connectedAt = readLines(logFile(onUser)).value(1).mid(3, 19);
+    QVERIFY(connectedAt > readLines(logFile("offline/alpha_off"_s)).value(1).mid(2, 19));
 }
 
-void TestLogFiles::indexOfLogFile()
+void TestLogFiles::startUpFailures_data()
 {
-    QFETCH(QString, name);
-    QFETCH(QString, index);
-    QCOMPARE(QString::number(logfiles::indexOfLogFile(name)), index);
+    QTest::addColumn<bool>("dirFails");
+    QTest::newRow("log directory cannot be made") << true;
+    QTest::newRow("print file cannot be opened") << false;
 }
 
-void TestLogFiles::datedNames_data()
+void TestLogFiles::startUpFailures()
 {
-    columns({"name", "read"}); // read: "no match", "no index" or the index
-    row("plain", "print_12_2025-05-26.txt", "12");
-    row("leading zeros", "print_007_2025-05-26.txt", "7");
-    row("case-insensitive", "PRINT_3_2025-05-26.TXT", "3");
-    row("negative reads", "print_-3_2025-05-26.txt", "-3");
-    row("offline file", "print_off_0_2025-05-26.txt", "no index");
-    row("empty index", "print__2025-05-26.txt", "no index");
-    row("up to the last underscore", "print_3_4_2025.txt", "no index");
-    row("one underscore short", "print_3.txt", "no match");
-    row("prefix underscore not shared", "print_.txt", "no match");
-    row("other extension", "print_3_2025-05-26.log", "no match");
-    row("other prefix", "xprint_3_2025-05-26.txt", "no match");
-}
-
-void TestLogFiles::datedNames()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, read);
-    int index = 0;
-    const QString actual = !logfiles::matchesDatedPattern(name, "print"_s) ? "no match"_s
-                           : logfiles::datedFileIndex(name, "print"_s, &index)
-                               ? QString::number(index)
-                               : "no index"_s;
-    QCOMPARE(actual, read);
-}
-
-void TestLogFiles::newDirectory_data()
-{
-    columns({"resolver", "dirPath", "blocker", "message"}); // blocker: a file below the root
-    row("indexed: missing, created", "indexed", "../../log/dir", "", "make log dir succeded!");
-    row("indexed: missing parents, created", "indexed", "../../log/a/b/dir", "",
-        "make log dir succeded!");
-    row("indexed: a regular file where a parent must go", "indexed", "../../log/dir", "log",
-        "make log dir failed!");
-    row("indexed: a regular file at the directory's path", "indexed", "../../log/dir", "log/dir",
-        "");
-    row("dated: missing, created silently", "dated", "../../log/a/b/dir", "", "");
-    row("dated: a regular file where a parent must go", "dated", "../../log/dir", "log",
-        "make log dir failed!");
-}
-
-void TestLogFiles::newDirectory()
-{
-    QFETCH(QString, resolver);
-    QFETCH(QString, dirPath);
-    QFETCH(QString, blocker);
-    QFETCH(QString, message);
-    const QFileInfo blockerInfo(_tree->root() + QLatin1Char('/') + blocker);
-    if (!blocker.isEmpty())
-        QVERIFY(makeFile(blockerInfo.path(), blockerInfo.fileName()));
+    QFETCH(bool, dirFails);
+    QFile print(logFile(offPrint));
+    QVERIFY(dirFails ? makeFile(_tree->root(), "log"_s) : QDir().mkpath(print.fileName()));
+    print.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
+    const QString openError =
+        "open log file error1(%1):%2"_s.arg(print.fileName(), print.errorString());
     MessageCapture capture;
-    QString filePath = "unchanged"_s;
-    const bool indexed = resolver == "indexed"_s;
-    const bool result =
-        indexed ? logfiles::resolveIndexedLogPath("user_log_file_%1.txt"_s, dirPath, filePath, 100)
-                : logfiles::resolveDatedLogPath("p"_s, dirPath, filePath, 500);
-    QCOMPARE(capture.messages().join(QLatin1Char('\n')), message);
-    QCOMPARE(result, message != "make log dir failed!"_s);
-    if (!result)
-        QCOMPARE(filePath, "unchanged"_s);
-    else if (indexed)
-        QCOMPARE(filePath, absoluteDir(dirPath) + QDir::separator() + "user_log_file_0.txt"_s);
-    else
-        QCOMPARE(filePath, dirPath + "/p_0_"_s + today() + ".txt"_s);
-    if (blocker.isEmpty())
-        QCOMPARE(QDir(absoluteDir(dirPath)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-                 QStringList());
-    else
-        QVERIFY(blockerInfo.isFile());
+    UserLogWriter writer;
+    QCOMPARE(capture.messages(),
+             (dirFails ? QStringList{"make log dir failed!"_s, "error, can not make log dir!"_s}
+                       : QStringList{openError}));
+    QCOMPARE(contents(offUser) + contents(offPrint), QStringList()); // no banner in either
 }
 
-void TestLogFiles::indexedResolution_data()
+void TestLogFiles::metaObjects()
 {
-    columns({"pattern", "entries", "current", "deleted"});
-    row("empty directory", "u_%1.txt", "", "u_0.txt", "");
-    row("current file has room", "u_%1.txt", "u_[0-3].txt u_4.txt=300000", "u_4.txt", "");
-    row("exactly 1 MiB stays", "u_%1.txt", "u_[0-3].txt u_4.txt=1048576", "u_4.txt", "");
-    row("1 MiB and 1 byte rolls over", "u_%1.txt", "u_[0-3].txt u_4.txt=full", "u_5.txt", "");
-    row("several full files in a row", // every name reads as index 0
-        "u_%1_a.txt", "u_0_a.txt=full u_1_a.txt=full", "u_2_a.txt", "");
-    row("numeric, not name order", "u_%1.txt", "u_3.txt u_10.txt", "u_10.txt", "");
-    row("leading zeros: name from the pattern", "u_%1.txt", "u_0.txt u_007.txt", "u_7.txt", "");
-    row("stray file with a high index", "u_%1.txt", "u_[0-4].txt n_900.txt", "u_900.txt", "");
-    row("99 files: none deleted", "u_%1.txt", "u_[0-98].txt", "u_98.txt", "");
-    row("100 files: lowest deleted", "u_%1.txt", "u_[0-99].txt", "u_99.txt", "u_0.txt");
-    row("100 files, highest full", "u_%1.txt", "u_[0-98].txt u_99.txt=full", "u_100.txt",
-        "u_0.txt");
-    row("stray counts, reads as 0", "u_%1.txt", "u_[1-99].txt readme.txt", "u_99.txt",
-        "readme.txt");
-    row("130 files lose their 31 lowest", "u_%1.txt", "u_[0-129].txt", "u_129.txt", "u_[0-30].txt");
-    row("hidden files not counted", "u_%1.txt", "u_[1-99].txt .u_0", "u_99.txt", "");
-    row("directories not counted", "u_%1.txt", "u_[1-99].txt u_0/", "u_99.txt", "");
-    row("no %1: the one name", "off", "off off_0_2025-05-26.txt", "off", "");
-    row("no %1, over 1 MiB: same name, no endless loop", "off", "off=full", "off", "");
-}
-
-void TestLogFiles::indexedResolution()
-{
-    QFETCH(QString, pattern);
-    QFETCH(QString, entries);
-    QFETCH(QString, current);
-    QFETCH(QString, deleted);
-    QStringList kept = makeEntries(dir(), entries);
-    MessageCapture capture;
-    QString filePath;
-    QVERIFY(logfiles::resolveIndexedLogPath(pattern, logDir, filePath, 100));
-    QCOMPARE(filePath, absoluteDir(logDir) + QDir::separator() + current);
-    for (const QString& name : expand(deleted))
-        kept.removeOne(name);
-    QCOMPARE(allFiles(dir()), kept);
-    QCOMPARE(capture.messages(), QStringList());
-}
-
-void TestLogFiles::indexedRetentionTiesOldestModifiedFirst()
-{
-    makeEntries(dir(), "u_[1-98].txt a.txt m.txt z.txt"_s); // the strays read as index 0
-    const QDateTime now = QDateTime::currentDateTime();
-    QVERIFY(setFileTimes(dir() + "/a.txt"_s, now, now.addDays(-1)));
-    QVERIFY(setFileTimes(dir() + "/m.txt"_s, now, now.addDays(-3)));
-    QVERIFY(setFileTimes(dir() + "/z.txt"_s, now, now.addDays(-2)));
-    QString filePath;
-    QVERIFY(logfiles::resolveIndexedLogPath("u_%1.txt"_s, logDir, filePath, 100));
-    QCOMPARE(allFiles(dir()), fileNamesOf("u_[1-98].txt a.txt"_s));
-}
-
-void TestLogFiles::indexedRetentionStopsWhenDeleteFails()
-{
-    makeEntries(dir(), "u_[0-99].txt"_s);
-    if (!bindMount("u_0.txt"_s))
-        QSKIP(qPrintable(_mountError));
-    QString filePath;
-    QVERIFY(logfiles::resolveIndexedLogPath("u_%1.txt"_s, logDir, filePath, 100));
-    QCOMPARE(filePath, absoluteDir(logDir) + QDir::separator() + "u_99.txt"_s);
-    QCOMPARE(allFiles(dir()).size(), 100);
-}
-
-void TestLogFiles::datedResolution_data()
-{
-    columns({"prefix", "entries", "current"}); // "<today>" stands for today's date
-    row("empty directory", "p", "", "p_0_<today>.txt");
-    row("latest kept across dates", "p", "p_2_2025-05-10.txt p_3_2025-05-20.txt=500000",
-        "p_3_2025-05-20.txt");
-    row("full: next index, today's date", "p", "p_3_2025-05-26.txt=full", "p_4_<today>.txt");
-    row("exactly 1 MiB stays", "p", "p_3_2025-05-26.txt=1048576", "p_3_2025-05-26.txt");
-    row("numeric, not name order", "p", "p_9_2025-05-01.txt p_10_2025-05-02.txt",
-        "p_10_2025-05-02.txt");
-    row("equal index: first in name order", "p", "p_3_2025-05-27.txt p_3_2025-05-26.txt",
-        "p_3_2025-05-26.txt");
-    row("equal index: name order ignores case", "p", "P_3_b.txt p_3_a.txt", "p_3_a.txt");
-    row("leading zeros: the listed name", "p", "p_007_2025-05-26.txt", "p_007_2025-05-26.txt");
-    row("leading zeros, full", "p", "p_007_2025-05-26.txt=full", "p_8_<today>.txt");
-    row("offline files ignored by the online prefix", "p", "p_off_5_2025-05-26.txt",
-        "p_0_<today>.txt");
-    row("online files ignored by the offline prefix", "p_off",
-        "p_7_2025-05-26.txt p_off_2_2025-05-26.txt", "p_off_2_2025-05-26.txt");
-    row("only invalid indexes", "p", "p__2025-05-26.txt p_x_2025-05-26.txt p_-3_2025-05-26.txt",
-        "p_0_<today>.txt");
-    row("directories are no candidates", "p", "p_9_2025-05-26.txt/ p_2_2025-05-26.txt",
-        "p_2_2025-05-26.txt");
-}
-
-void TestLogFiles::datedResolution()
-{
-    QFETCH(QString, prefix);
-    QFETCH(QString, entries);
-    QFETCH(QString, current);
-    makeEntries(dir(), entries);
-    QVERIFY(QFile::link(_tree->root() + "/source"_s, dir() + "/p_8_2025-05-26.txt"_s) &&
-            makeFile(_tree->root(), "source"_s)); // a link is never a candidate
-    MessageCapture capture;
-    QString filePath;
-    QVERIFY(logfiles::resolveDatedLogPath(prefix, logDir, filePath, 500));
-    QCOMPARE(filePath, logDir + QLatin1Char('/') + current.replace("<today>"_s, today()));
-    QCOMPARE(allFiles(dir()), fileNamesOf(entries + " p_8_2025-05-26.txt"_s));
-    QCOMPARE(capture.messages(), QStringList());
-}
-
-void TestLogFiles::datedResolutionTrimsBeforeListing()
-{
-    const QStringList names = makeEntries(dir(), "f[0-498].txt p_1_2025-01-01.txt p_2_x.txt"_s);
-    setReadTimes(names, {"p_2_x.txt"_s});
-    QString filePath;
-    QVERIFY(logfiles::resolveDatedLogPath("p"_s, logDir, filePath, 500));
-    QCOMPARE(filePath, logDir + "/p_1_2025-01-01.txt"_s);
-    QCOMPARE(allFiles(dir()).size(), 500);
-    QVERIFY(!QFile::exists(dir() + "/p_2_x.txt"_s));
-}
-
-void TestLogFiles::deleteOldestFiles_data()
-{
-    columns({"entries", "older", "deleted"}); // older: read a day before all other files
-    row("500 files, limit 500", "f[1-500].txt", "f100.txt", "");
-    row("501 files: least recently read goes", "f[0-500].txt", "f250.txt", "f250.txt");
-    row("520 files: one per call", "f[0-519].txt", "f10.txt f300.txt", "f10.txt");
-    row("equal times: first in code-value order", "f[1-499].txt a.txt B.txt", "a.txt B.txt",
-        "B.txt");
-    row(".log files never counted", "f[1-200].txt g[1-400].log", "", "");
-    row(".log files never deleted", "f[0-500].txt a.log", "a.log", "f0.txt");
-    row("REPORT.TXT counts", "f[1-500].txt REPORT.TXT", "REPORT.TXT", "REPORT.TXT");
-    row("hidden files not counted", "f[1-500].txt .h.txt", ".h.txt", "");
-    row("directories not counted", "f[1-500].txt d.txt/", "", "");
-}
-
-void TestLogFiles::deleteOldestFiles()
-{
-    QFETCH(QString, entries);
-    QFETCH(QString, older);
-    QFETCH(QString, deleted);
-    QStringList kept = makeEntries(dir(), entries);
-    setReadTimes(kept, expand(older));
-    UserLogWriter writer; // writes its start-up banner elsewhere
-    MessageCapture capture;
-    QVERIFY(QMetaObject::invokeMethod(&writer, "deleteOldestFiles", Q_ARG(QString, logDir),
-                                      Q_ARG(int, 500)));
-    kept.removeAll(deleted);
-    QCOMPARE(allFiles(dir()), kept);
-    QCOMPARE(capture.messages(), QStringList());
-}
-
-void TestLogFiles::deleteOldestFilesMissingFolder()
-{
-    MessageCapture capture;
-    logfiles::deleteOldestFiles(logDir, 0);
-    QVERIFY(!QFileInfo::exists(dir()));
-    QCOMPARE(capture.messages(), QStringList());
-}
-
-void TestLogFiles::deleteOldestFilesDeleteFails()
-{
-    const QStringList names = makeEntries(dir(), "f[0-500].txt"_s);
-    if (!bindMount("f0.txt"_s))
-        QSKIP(qPrintable(_mountError));
-    setReadTimes(names, {"f0.txt"_s});
-    logfiles::deleteOldestFiles(logDir, 500);
-    QCOMPARE(allFiles(dir()), names);
+    // Hosts and queued calls name these by index; moc lists quint16 as ushort.
+    const auto methods = [](const QMetaObject& meta) {
+        QStringList list;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            const QMetaMethod method = meta.method(i);
+            list << QString::fromLatin1(method.methodSignature()) +
+                        (method.methodType() == QMetaMethod::Signal ? ":signal"_s : QString()) +
+                        (method.access() == QMetaMethod::Public ? QString() : ":protected"_s);
+        }
+        return list.join(" "_s);
+    };
+    QCOMPARE(methods(UserLogWriter::staticMetaObject),
+             "setSystermConnectState(bool,bool) setSystermConnectState(bool) "
+             "setSystermConnectState() receiveUserLogs(QString,QString,QString,int) "
+             "receiveUserLogs(QString,QString,QString,UserLogLevel) "
+             "receiveUserLogs(QList<LogInformation>) receiveBccLogs(bool,QString,ushort,QString) "
+             "deleteOldestFiles(QString,int) checkTcpState():protected"_s);
+    QCOMPARE(methods(UserLog::staticMetaObject),
+             "sendUserLogs(QString,QString,QString,int):signal "
+             "sendUserLogs(QList<LogInformation>):signal "
+             "singalConnectedWithController(bool):signal "
+             "sendBccConnectState(bool,QString,ushort,QString):signal"_s);
 }
 
 QTEST_GUILESS_MAIN(TestLogFiles)
