@@ -178,29 +178,16 @@ void registerHostBenchmarks(const BenchSizes& sizes)
         const std::string t = std::to_string(threads);
         const long single = sizes.hostSingleCalls / threads;
         const long batches = sizes.hostBatchCalls / threads;
-        benchmark::RegisterBenchmark(("host/single/" + t + "/userlog").c_str(), recordSingle,
-                                     "host/single/" + t + "/userlog")
-            ->Iterations(single)
-            ->Threads(threads)
-            ->UseManualTime()
-            ->Unit(benchmark::kNanosecond);
-        benchmark::RegisterBenchmark(("host/single/" + t + "/spdlog").c_str(), spdlogSingle,
-                                     "host/single/" + t + "/spdlog")
-            ->Iterations(single)
-            ->Threads(threads)
-            ->UseManualTime()
-            ->Unit(benchmark::kNanosecond);
-        benchmark::RegisterBenchmark(("host/batch/" + t + "/userlog").c_str(), recordBatch,
-                                     "host/batch/" + t + "/userlog")
-            ->Iterations(batches)
-            ->Threads(threads)
-            ->UseManualTime()
-            ->Unit(benchmark::kNanosecond);
-        benchmark::RegisterBenchmark(("host/batch/" + t + "/spdlog").c_str(), spdlogBatch,
-                                     "host/batch/" + t + "/spdlog")
-            ->Iterations(batches)
-            ->Threads(threads)
-            ->UseManualTime()
-            ->Unit(benchmark::kNanosecond);
+        const auto add = [threads](const std::string& name, auto function, long iterations) {
+            benchmark::RegisterBenchmark(name.c_str(), function, name)
+                ->Iterations(iterations)
+                ->Threads(threads)
+                ->UseManualTime()
+                ->Unit(benchmark::kNanosecond);
+        };
+        add("host/single/" + t + "/userlog", recordSingle, single);
+        add("host/single/" + t + "/spdlog", spdlogSingle, single);
+        add("host/batch/" + t + "/userlog", recordBatch, batches);
+        add("host/batch/" + t + "/spdlog", spdlogBatch, batches);
     }
 }
