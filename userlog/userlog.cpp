@@ -5,8 +5,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSemaphore>
-
-#include <memory>
+#include <QtCore/QSharedPointer>
 
 namespace {
 // How long a quitting application may wait for the log thread to catch up.
@@ -99,7 +98,9 @@ bool UserLog::flush(int msecs)
 
     // The marker joins the writer's event queue behind every call posted so far;
     // shared ownership keeps the semaphore alive if we give up waiting first.
-    auto handled = std::make_shared<QSemaphore>(0);
+    // QSharedPointer rather than std::shared_ptr: the latter's control block
+    // would leave exported weak std:: symbols in the library.
+    const auto handled = QSharedPointer<QSemaphore>::create(0);
     QMetaObject::invokeMethod(
         _writer, [handled] { handled->release(); }, Qt::QueuedConnection);
     return handled->tryAcquire(1, msecs < 0 ? -1 : msecs);

@@ -1,5 +1,6 @@
 #include "userlogwriter.h"
 
+#include "logfiles.h"
 #include "logformat.h"
 
 #include <QtCore/QFile>
@@ -88,13 +89,13 @@ void UserLogWriter::writeBccLog(const QString& line)
 {
     QMutexLocker locker(&_mutex);
     QString bccLogPath;
-    if (!resolveIndexedLogPath(_bccLogName, bccLogDir, bccLogPath, 100)) {
+    if (!resolveIndexedLogPath(_bccLogName, bccLogDir, bccLogPath, logfiles::maxIndexedLogFiles)) {
         qDebug("error, can not make bcc log dir!");
         return;
     }
     QFile bccLog(bccLogPath);
-    if (!logformat::openForAppend(bccLog)) {
-        qDebug("open bcc log file error3:%s", logformat::errorText(bccLog).constData());
+    if (!logfiles::openForAppend(bccLog)) {
+        qDebug("open bcc log file error3:%s", logfiles::openErrorText(bccLog).constData());
         return;
     }
     QTextStream stream(&bccLog);

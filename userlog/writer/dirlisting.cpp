@@ -62,7 +62,9 @@ EntryKind entryKind(const QByteArray& dirPath, const dirent& entry)
 QVector<ListedFile> listFiles(const QString& dirPath)
 {
     QVector<ListedFile> files;
-    const QByteArray nativePath = QFile::encodeName(dirPath);
+    // An empty path names the working directory, as it does for QDir.
+    const QByteArray nativePath =
+        QFile::encodeName(dirPath.isEmpty() ? QStringLiteral(".") : dirPath);
     DIR* dir = ::opendir(nativePath.constData());
     if (dir == nullptr)
         return files;

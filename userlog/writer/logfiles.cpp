@@ -86,7 +86,9 @@ QVector<IndexedFile> indexedFilesByIndex(const QVector<ListedFile>& files)
 }
 
 // Among files of equal index (stray names read as 0, and in the offline
-// directory every file does), the oldest-modified is deleted first. Only the
+// directory every file does), the oldest-modified is deleted first, then the
+// first by name: never the listing's order, which differs between file
+// systems. Only the
 // files the retention can reach are stat'ed, and only when it has to delete.
 void orderRetentionCandidatesByAge(const QDir& logDir, QVector<IndexedFile>& byIndex,
                                    int deleteCount)
@@ -107,7 +109,9 @@ void orderRetentionCandidatesByAge(const QDir& logDir, QVector<IndexedFile>& byI
     std::stable_sort(aged.begin(), aged.end(), [](const Aged& a, const Aged& b) {
         if (a.file.index != b.file.index)
             return a.file.index < b.file.index;
-        return a.modified < b.modified;
+        if (a.modified != b.modified)
+            return a.modified < b.modified;
+        return a.file.name < b.file.name;
     });
     for (int i = 0; i < aged.size(); ++i)
         byIndex[i] = aged.at(i).file;
@@ -226,7 +230,7 @@ private:
 };
 
 // Highest valid index among the candidates, the first in case-insensitive name
-// order on ties; -1 when no candidate counts.
+// order on ties (then in exact name order); -1 when no candidate counts.
 int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
                     const QString& skipName, QString* latestName)
 {
@@ -239,7 +243,10 @@ int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
             !datedFileIndex(file.name, prefix, &index) || index < highest)
             continue;
         const QString lower = file.name.toLower();
-        if (index > highest || lower.compare(latestLower) < 0) {
+        // Names equal but for case can coexist on a case-sensitive file
+        // system; their exact order decides, not the listing's.
+        const int order = index > highest ? -1 : lower.compare(latestLower);
+        if (order < 0 || (order == 0 && file.name < *latestName)) {
             highest = index;
             *latestName = file.name;
             latestLower = lower;
@@ -338,6 +345,16 @@ bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QStr
     if (QFileInfo(filePath).size() > maxLogFileSize)
         filePath = dirPrefix + datedFileName(namePrefix, qint64(highest) + 1, QDate::currentDate());
     return true;
+}
+
+bool openForAppend(QFile& file)
+{
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
+}
+
+QByteArray openErrorText(const QFile& file)
+{
+    return file.errorString().toLocal8Bit();
 }
 
 void deleteOldestFiles(const QString& folderPath, int maxFileCount)

@@ -5,6 +5,8 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
+class QFile;
+
 // File naming, resolution and retention of the log directories. Nothing here
 // remembers anything between calls: the directory listing is the only memory,
 // because other programs may add, rename or delete log files at any time.
@@ -12,6 +14,10 @@ namespace logfiles {
 
 // A file holding more than this many bytes is full; the next write starts a new one.
 constexpr qint64 maxLogFileSize = 1048576;
+// Files an indexed log directory keeps (user log, bcc log), the new one included.
+constexpr int maxIndexedLogFiles = 100;
+// ".txt" files a print file directory keeps.
+constexpr int maxPrintFiles = 500;
 
 // One non-hidden file (or symbolic link to a file) directly inside a directory.
 struct ListedFile
@@ -65,6 +71,12 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
 // directory cannot be made.
 bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QString& filePath,
                          int maxFiles);
+
+// Opens a log file write-only, appending, in text mode, creating it if new.
+bool openForAppend(QFile& file);
+
+// The file's error text, in the local 8-bit encoding that debug messages use.
+QByteArray openErrorText(const QFile& file);
 
 // Deletes the least recently read ".txt" file of folderPath when it holds more
 // than maxFileCount of them; at most one file per call.

@@ -1,7 +1,5 @@
 #include "logformat.h"
 
-#include <QtCore/QFile>
-
 namespace logformat {
 
 const QString onlineHeaderFormat = QStringLiteral("-- %1 --");
@@ -78,16 +76,6 @@ QString userLogLine(const QString& header, const QString& block, const QString& 
     line.append(header).append(openBlock).append(block).append(openTag).append(tag);
     line.append(closeTag).append(message);
     return line;
-}
-
-bool openForAppend(QFile& file)
-{
-    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
-}
-
-QByteArray errorText(const QFile& file)
-{
-    return file.errorString().toLocal8Bit();
 }
 
 } // namespace logformat

@@ -4,10 +4,8 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 
-class QFile;
-
-// Line building and the open/write steps shared by every kind of log line.
-// The builders are pure so that their tables can be tested without a disk.
+// The text of user log lines: header patterns, level tags, which entries are
+// print lines. Pure, so that its tables can be tested without a disk.
 namespace logformat {
 
 // Whether an entry came alone or in a batch: levels 5 and 6 differ between the two.
@@ -36,12 +34,6 @@ bool isPrintEntry(int level, EntryForm form);
 // header + " <" + block + "> <" + tag + "> " + message, with nothing rescanned.
 QString userLogLine(const QString& header, const QString& block, const QString& tag,
                     const QString& message);
-
-// Opens a log file write-only, appending, in text mode (creating it if new).
-bool openForAppend(QFile& file);
-
-// The file's error text, in the local 8-bit encoding that debug messages use.
-QByteArray errorText(const QFile& file);
 
 } // namespace logformat
 

@@ -32,27 +32,10 @@ void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inL
         return;
     }
     QMutexLocker locker(&_mutex);
-
-    QString userLogPath;
-    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, 100)) {
-        qDebug("error, can not make log dir!");
+    QFile userLog;
+    QFile printFile;
+    if (!openCurrentLogFiles(LogEvent::SingleEntry, userLog, printFile))
         return;
-    }
-    QFile userLog(userLogPath);
-    if (!logformat::openForAppend(userLog)) {
-        qDebug("open log file error2:%s", logformat::errorText(userLog).constData());
-        return;
-    }
-    QString printPath;
-    if (!resolveDatedLogPath(_printFileName, _printDir, printPath, 500)) {
-        qDebug("error, can not make log dir!");
-        return;
-    }
-    QFile printFile(printPath);
-    if (!logformat::openForAppend(printFile)) {
-        qDebug("open log file error3:%s", logformat::errorText(printFile).constData());
-        return;
-    }
 
     const QString line =
         entryLine(_headerFormat, inTime, inBlock, inLevel, inLogInfo, EntryForm::Single);
@@ -75,27 +58,10 @@ void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
         return;
     }
     QMutexLocker locker(&_mutex);
-
-    QString userLogPath;
-    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, 100)) {
-        qDebug("error, can not make log dir!");
+    QFile userLog;
+    QFile printFile;
+    if (!openCurrentLogFiles(LogEvent::Batch, userLog, printFile))
         return;
-    }
-    QFile userLog(userLogPath);
-    if (!logformat::openForAppend(userLog)) {
-        qDebug("open log file error3:%s", logformat::errorText(userLog).constData());
-        return;
-    }
-    QString printPath;
-    if (!resolveDatedLogPath(_printFileName, _printDir, printPath, 500)) {
-        qDebug("error, can not make log dir!");
-        return;
-    }
-    QFile printFile(printPath);
-    if (!logformat::openForAppend(printFile)) {
-        qDebug("open log file error3:%s", logformat::errorText(printFile).constData());
-        return;
-    }
 
     // The whole batch goes into the two files chosen at its start.
     QTextStream userStream(&userLog);

@@ -89,22 +89,10 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
     const QString bannerLine =
         logformat::fillHeader(_headerFormat, logformat::stateTimeText(_stateTime)) + *bannerText;
 
-    QString userLogPath;
-    QString printPath;
-    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, 100) ||
-        !resolveDatedLogPath(_printFileName, _printDir, printPath, 500)) {
-        qDebug("error, can not make log dir!");
+    QFile userLog;
+    QFile printFile;
+    if (!openCurrentLogFiles(LogEvent::Banner, userLog, printFile))
         return;
-    }
-    QFile userLog(userLogPath);
-    QFile printFile(printPath);
-    for (QFile* file : {&userLog, &printFile}) {
-        if (!logformat::openForAppend(*file)) {
-            qDebug("open log file error1(%s):%s", file->fileName().toLocal8Bit().constData(),
-                   logformat::errorText(*file).constData());
-            return;
-        }
-    }
     writeBanner(userLog, bannerLine);
     writeBanner(printFile, bannerLine);
 
@@ -113,6 +101,52 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
         _logName = _offlineLogName;
         _logDir = offlineLogDir;
     }
+}
+
+// A banner resolves both files before it opens either. An entry opens the user
+// log before it resolves the print file, so a print file that fails leaves the
+// user log created but empty. Either file that fails ends the event: the
+// caller's QFile objects close whatever did open.
+bool UserLogWriter::openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& printFile)
+{
+    QString userLogPath;
+    QString printPath;
+    const auto resolvePrintPath = [&] {
+        if (resolveDatedLogPath(_printFileName, _printDir, printPath, logfiles::maxPrintFiles))
+            return true;
+        qDebug("error, can not make log dir!");
+        return false;
+    };
+    if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, logfiles::maxIndexedLogFiles)) {
+        qDebug("error, can not make log dir!");
+        return false;
+    }
+    if (event == LogEvent::Banner && !resolvePrintPath())
+        return false;
+    userLog.setFileName(userLogPath);
+    if (!openLogFile(userLog, event, false))
+        return false;
+    if (event != LogEvent::Banner && !resolvePrintPath())
+        return false;
+    printFile.setFileName(printPath);
+    return openLogFile(printFile, event, true);
+}
+
+// Each path has its own message for a file that does not open; a banner's
+// also names the file.
+bool UserLogWriter::openLogFile(QFile& file, LogEvent event, bool isPrintFile)
+{
+    if (logfiles::openForAppend(file))
+        return true;
+    const QByteArray error = logfiles::openErrorText(file);
+    if (event == LogEvent::Banner)
+        qDebug("open log file error1(%s):%s", file.fileName().toLocal8Bit().constData(),
+               error.constData());
+    else if (event == LogEvent::SingleEntry && !isPrintFile)
+        qDebug("open log file error2:%s", error.constData());
+    else
+        qDebug("open log file error3:%s", error.constData());
+    return false;
 }
 
 void UserLogWriter::deleteOldestFiles(const QString& folderPath, int maxFileCount)

@@ -9,6 +9,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+class QFile;
+
 // Level of an entry as the writer sees it. The fixed underlying type lets every
 // signed 32-bit value through unchanged; values without a name are plain log
 // entries.
@@ -59,6 +61,16 @@ private:
                              int maxFiles);
     void writeUserLogList(const QList<LogInformation>& list);
     void writeBccLog(const QString& line);
+
+    // What is being written decides the order of the steps and the failure messages.
+    enum class LogEvent
+    {
+        Banner,
+        SingleEntry,
+        Batch
+    };
+    bool openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& printFile);
+    static bool openLogFile(QFile& file, LogEvent event, bool isPrintFile);
 
     QDateTime _stateTime;
     bool _bConnected;
