@@ -1,12 +1,14 @@
-// The exported facade through its public header only. The singleton lives for the whole
-// process, so each scenario runs as a process of its own: "facade" with a QCoreApplication,
-// "noApplication" without one.
+// The exported facade through its public header only: the singleton and its
+// start-up banner, the batch type's names, entries and controller reports in
+// the order they were posted, and flush(). The functions run in order on one
+// singleton; "no-application" reruns this program as a host without a
+// QCoreApplication.
 #include "testtree.h"
-#include "tst_logfiles_support.h"
 
 #include <userlog/userlog.h>
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QProcess>
 #include <QtCore/QSemaphore>
 #include <QtCore/QThread>
 #include <QtTest/QSignalSpy>
@@ -14,41 +16,106 @@
 
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <type_traits>
+
+namespace {
+
+const QString separator = "//---------------------------------"_s;
+const QString booted = "**T** <user log> <log> krn user log systerm booted up!"_s;
+const QString connected = "-- T -- <user log> <log> krn system connected with controller!"_s;
+const QString lost = "**T** <user log> <log> krn system lost connection with controller!"_s;
+
+} // namespace
 
 class TestFacade : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void facade();
+    void initTestCase() { QVERIFY(_tree.isValid()); }
+    void startUp();
+    void entriesFollowQueuedReports();
+    void flushWaitsForTheLogThread();
+    void noApplication();
+
+private:
+    QStringList lines(const QString& path) const
+    {
+        return withoutTimes(readLines(_tree.path(path)));
+    }
+
+    TestTree _tree;
 };
 
-void TestFacade::facade()
+void TestFacade::startUp()
 {
     static_assert(!std::is_default_constructible<UserLog>::value, "only logger() creates it");
     static_assert(!std::is_destructible<UserLog>::value, "the host cannot destroy it");
-    TestTree tree;
-    const QString offline = tree.logDir("offline"_s) + "/user_print_file_off"_s;
-    const QString online = tree.logDir("online"_s) + "/user_log_file_0.txt"_s;
     QCOMPARE(QMetaType::type("QList<LogInformation>&"), int(QMetaType::UnknownType));
     UserLog* log = UserLog::logger();
-    QCOMPARE(readLines(offline).size(), 3); // the banner, written before logger() returned
+    // Written on this thread before logger() returned, and once only.
+    const QStringList banner{separator, booted, separator};
+    QCOMPARE(lines("log/offline/user_print_file_off"_s), banner);
     QCOMPARE(UserLog::logger(), log);
+    QVERIFY(log->flush(5000));
+    QCOMPARE(lines("log/offline/user_print_file_off"_s), banner);
     QVERIFY(QMetaType::type("LogInformation") != QMetaType::UnknownType);
     QVERIFY(QMetaType::type("QList<LogInformation>") != QMetaType::UnknownType);
     QCOMPARE(QMetaType::type("QList<LogInformation>&"), QMetaType::type("QList<LogInformation>"));
+    // Hosts and queued calls name the signals by index; moc lists quint16 as ushort.
+    QStringList signatures;
+    for (int i = UserLog::staticMetaObject.methodOffset();
+         i < UserLog::staticMetaObject.methodCount(); ++i)
+        signatures << QString::fromLatin1(UserLog::staticMetaObject.method(i).methodSignature());
+    QCOMPARE(signatures, (QStringList{"sendUserLogs(QString,QString,QString,int)"_s,
+                                      "sendUserLogs(QList<LogInformation>)"_s,
+                                      "singalConnectedWithController(bool)"_s,
+                                      "sendBccConnectState(bool,QString,ushort,QString)"_s}));
+}
 
-    QSignalSpy states(log, &UserLog::singalConnectedWithController);
-    for (const bool connected : {false, true, true, false}) // repeats are not passed on
-        log->connectedWithController(connected);
-    QVERIFY(log->flush(5000));
-    QCOMPARE(states.count(), 2);
-    QCOMPARE(withoutTimes(readLines(online)).filter("controller!"_s),
-             (QStringList{"-- T -- <user log> <log> krn system connected with controller!"_s,
-                          "**T** <user log> <log> krn system lost connection with controller!"_s}));
+// Posted back to back: each entry must use the state in force when its event runs,
+// whatever the log thread has done by the time it is queued. Repeated reports of
+// the same controller state are not passed on.
+void TestFacade::entriesFollowQueuedReports()
+{
+    UserLog* log = UserLog::logger();
+    QSignalSpy reports(log, &UserLog::singalConnectedWithController);
+    const auto single = [log](const QString& time) { log->recordLog("M"_s, time, "s"_s, 6); };
+    const auto batch = [log](const QString& time) { log->recordLog({{time, "M"_s, "b"_s, 5}}); };
+    single("T1"_s);
+    batch("T2"_s);
+    log->connectedWithController(true);
+    log->connectedWithController(true);
+    single("T3"_s);
+    log->recordLog({{"T4"_s, "M"_s, "b"_s, 5}, {"T5"_s, "M"_s, "i"_s, 2}});
+    log->connectedWithController(false);
+    log->connectedWithController(false);
+    single("T6"_s);
+    batch("T7"_s);
+    QVERIFY(log->flush(10000));
+    QCOMPARE(reports.count(), 2);
 
-    // On the log thread flush() gives up at once; elsewhere it waits up to its timeout.
+    const QString t1 = "**T1** <M> <log> s"_s, t2 = "**T2** <M> <printinfo> b"_s;
+    const QString t3 = "-- T3 -- <M> <log> s"_s, t4 = "-- T4 -- <M> <printinfo> b"_s;
+    const QString t6 = "**T6** <M> <log> s"_s, t7 = "**T7** <M> <printinfo> b"_s;
+    const QString offlinePrint = "log/offline/user_print_file_off_0_"_s + today() + ".txt"_s;
+    QCOMPARE(lines("log/offline/user_print_file_off"_s),
+             (QStringList{separator, booted, separator, t1, t2, t6, t7}));
+    QCOMPARE(lines(offlinePrint), (QStringList{separator, booted, separator, t1, t2}));
+    QCOMPARE(lines("log/online/user_log_file_0.txt"_s),
+             (QStringList{separator, connected, separator, t3, t4, "-- T5 -- <M> <info> i"_s,
+                          separator, lost, separator}));
+    // After the loss print entries stay in the online print file.
+    QCOMPARE(
+        lines("log/useronline/user_print_file_0_"_s + today() + ".txt"_s),
+        (QStringList{separator, connected, separator, t3, t4, separator, lost, separator, t6, t7}));
+}
+
+// On the log thread flush() gives up at once; elsewhere it waits up to its timeout.
+void TestFacade::flushWaitsForTheLogThread()
+{
+    UserLog* log = UserLog::logger();
     QString threadName;
     bool flushedThere = true;
     qint64 elapsedThere = -1;
@@ -57,10 +124,11 @@ void TestFacade::facade()
     // Runs on the thread that prints "no log information to write!", which an entry with an
     // empty message provokes: the log thread.
     static std::function<void()> onLogThread;
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
-        if (message == "no log information to write!"_s)
-            onLogThread();
-    });
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+            if (message == "no log information to write!"_s)
+                onLogThread();
+        });
     onLogThread = [&] {
         threadName = QThread::currentThread()->objectName();
         QElapsedTimer timer;
@@ -82,27 +150,38 @@ void TestFacade::facade()
     QVERIFY(!log->flush(200) && timer.elapsed() >= 190 && timer.elapsed() < 2000);
     release.release();
     QVERIFY(log->flush(10000));
-    QCOMPARE(withoutTimes(readLines(offline)).last(), "**T** <B> <info> queued behind the block"_s);
+    qInstallMessageHandler(previous);
+    QCOMPARE(lines("log/offline/user_print_file_off"_s).last(),
+             "**T** <B> <info> queued behind the block"_s);
+}
+
+// Without a QCoreApplication the banner is still written on the calling thread, and
+// flush() gives up at once instead of waiting.
+void TestFacade::noApplication()
+{
+    QProcess child;
+    child.start(QCoreApplication::applicationFilePath(), {"no-application"_s});
+    QVERIFY(child.waitForFinished(30000));
+    QCOMPARE(QString::fromLocal8Bit(child.readAllStandardOutput()),
+             "flush: 0, banner lines: 3\n"_s);
+    QCOMPARE(child.exitCode(), 0);
 }
 
 int main(int argc, char** argv)
 {
-    if (argc < 2 || qstrcmp(argv[1], "noApplication") != 0) {
-        QCoreApplication app(argc, argv);
-        TestFacade test;
-        return QTest::qExec(&test, argc, argv);
+    if (argc == 2 && qstrcmp(argv[1], "no-application") == 0) {
+        TestTree tree;
+        UserLog* log = UserLog::logger();
+        QElapsedTimer timer;
+        timer.start();
+        const bool flushed = log->flush(3000) || timer.elapsed() > 1000;
+        std::printf("flush: %d, banner lines: %d\n", int(flushed),
+                    int(readLines(tree.path("log/offline/user_print_file_off"_s)).size()));
+        return 0;
     }
-    // Without a QCoreApplication the banner is still written on the calling thread, and
-    // flush() gives up at once instead of waiting.
-    TestTree tree;
-    UserLog* log = UserLog::logger();
-    QElapsedTimer timer;
-    timer.start();
-    const bool flushed = log->flush(3000);
-    const qint64 elapsed = timer.elapsed();
-    const int lines = readLines(tree.logDir("offline"_s) + "/user_print_file_off"_s).size();
-    std::printf("flush: %d after %lld ms, banner lines: %d\n", int(flushed), elapsed, lines);
-    return !flushed && elapsed < 1000 && lines == 3 ? 0 : 1;
+    QCoreApplication app(argc, argv);
+    TestFacade test;
+    return QTest::qExec(&test, argc, argv);
 }
 
 #include "tst_facade.moc"

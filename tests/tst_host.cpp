@@ -130,7 +130,7 @@ void TestHost::badLine()
                       "entry MAIN now info before\n" + line + "\nentry MAIN now info after\n");
     QCOMPARE(r.exitCode, 1);
     QVERIFY2(r.err.contains("userlog-host: <stdin>:" + error), qPrintable(r.err));
-    const QStringList log = readLines(tree.logDir("offline/user_print_file_off"));
+    const QStringList log = readLines(tree.path("log/offline/user_print_file_off"));
     QVERIFY2(log.size() == 4 && log.last().endsWith("** <MAIN> <info> before"),
              qPrintable(log.join('\n')));
 }
@@ -142,7 +142,7 @@ void TestHost::quitWithoutLoss()
     QVERIFY(tree.isValid());
     const Run r = run(QCoreApplication::applicationFilePath(), {"quit-child"});
     QCOMPARE(r.exitCode, 0);
-    const QStringList log = readLines(tree.logDir("offline/user_print_file_off"));
+    const QStringList log = readLines(tree.path("log/offline/user_print_file_off"));
     QCOMPARE(log.size(), 3 + 20000 + 5000);
     QVERIFY(log.last().endsWith("<QUIT> <info> 4999"));
     // Proof that the log thread was still behind when the quit began.

@@ -1,19 +1,27 @@
 #include "testtree.h"
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QMutexLocker>
-#include <QtCore/QSettings>
-#include <QtCore/QThread>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTextCodec>
+
+QString today()
+{
+    return QDate::currentDate().toString("yyyy-MM-dd"_s);
+}
+
+QStringList withoutTimes(QStringList lines)
+{
+    static const QRegularExpression time("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"_s);
+    return lines.replaceInStrings(time, "T"_s);
+}
 
 TestTree::TestTree() : _previousDir(QDir::currentPath())
 {
-    if (!_dir.isValid())
-        return;
-    const QString bin = _dir.path() + QStringLiteral("/app/bin");
-    _valid = QDir().mkpath(bin) && QDir::setCurrent(bin);
+    _valid =
+        _dir.isValid() && QDir().mkpath(path("app/bin"_s)) && QDir::setCurrent(path("app/bin"_s));
 }
 
 TestTree::~TestTree()
@@ -21,45 +29,28 @@ TestTree::~TestTree()
     QDir::setCurrent(_previousDir);
 }
 
-QString TestTree::logDir(const QString& name) const
-{
-    return _dir.path() + QStringLiteral("/log/") + name;
-}
-
 void TestTree::writeCustomLogName(const QString& name) const
 {
-    const QString dir = _dir.path() + QStringLiteral("/KRN/user");
-    QDir().mkpath(dir);
-    QFile file(dir + QStringLiteral("/custom.ini"));
+    const QString ini = path("KRN/user/custom.ini"_s);
+    QDir().mkpath(QFileInfo(ini).path());
+    QFile file(ini);
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write("CUSTOM_LOG_NAME=" + name.toUtf8() + "\n");
 }
 
-bool makeFile(const QString& dir, const QString& name, qint64 size)
+bool makeFile(const QString& path, qint64 size)
 {
-    if (!QDir().mkpath(dir))
-        return false;
-    QFile file(dir + QLatin1Char('/') + name);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    return size == 0 || file.resize(size);
-}
-
-bool makeFiles(const QString& dir, const QStringList& names, qint64 size)
-{
-    for (const QString& name : names) {
-        if (!makeFile(dir, name, size))
-            return false;
-    }
-    return true;
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).path()) &&
+           file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           (size == 0 || file.resize(size));
 }
 
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        return false;
-    return file.setFileTime(lastRead, QFileDevice::FileAccessTime) &&
+    return file.open(QIODevice::ReadWrite) &&
+           file.setFileTime(lastRead, QFileDevice::FileAccessTime) &&
            file.setFileTime(lastModified, QFileDevice::FileModificationTime);
 }
 
@@ -68,12 +59,11 @@ QStringList readLines(const QString& path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return {};
-    QString text = QString::fromLocal8Bit(file.readAll());
-    if (text.endsWith(QLatin1Char('\n')))
+    // Through the codec itself: the QByteArray overloads stop at a NUL.
+    QString text = QTextCodec::codecForLocale()->toUnicode(file.readAll());
+    if (text.endsWith('\n'))
         text.chop(1);
-    if (text.isEmpty())
-        return {};
-    return text.split(QLatin1Char('\n'));
+    return text.isEmpty() ? QStringList() : text.split('\n');
 }
 
 QStringList fileNames(const QString& dir)
@@ -99,18 +89,6 @@ QStringList MessageCapture::messages() const
 {
     QMutexLocker locker(&_mutex);
     return _messages;
-}
-
-bool MessageCapture::waitFor(const QString& text, int msecs) const
-{
-    QDeadlineTimer deadline(msecs);
-    while (!messages().contains(text)) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents();
-        QThread::msleep(5);
-    }
-    return true;
 }
 
 void MessageCapture::handler(QtMsgType type, const QMessageLogContext& context, const QString& msg)

@@ -1,18 +1,36 @@
+// What every test shares: a fresh log tree as the working directory, files
+// made and read back, and the library's debug messages captured.
 #ifndef TESTTREE_H
 #define TESTTREE_H
 
-#include <QtCore/QByteArray>
 #include <QtCore/QDateTime>
 #include <QtCore/QMutex>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
+#include <QtTest/QTest>
 
 #include <atomic>
 
-// A fresh log tree in a temporary directory: <root>/app/bin becomes the working
-// directory, so the library's "../../log/..." and "../../KRN/..." land in <root>.
-// The previous working directory is restored when the tree goes away.
+inline QString operator""_s(const char* text, size_t size)
+{
+    return QString::fromUtf8(text, int(size));
+}
+
+// A data row of text columns: addRow("1 MiB stays", "u_3.txt", "").
+template <typename... Texts> void addRow(const char* name, const Texts*... texts)
+{
+    (QTest::newRow(name) << ... << QString::fromUtf8(texts));
+}
+
+// Today's date as print file names carry it, "yyyy-MM-dd".
+QString today();
+
+// The lines with every writer-made time ("yyyy-MM-dd hh:mm:ss") shown as "T".
+QStringList withoutTimes(QStringList lines);
+
+// <root>/app/bin becomes the working directory, so the library's "../../log/..."
+// and "../../KRN/..." land in <root>. The previous one is restored at the end.
 class TestTree
 {
 public:
@@ -23,8 +41,8 @@ public:
 
     bool isValid() const { return _valid; }
     QString root() const { return _dir.path(); }
-    // <root>/log/<name>, e.g. logDir("online").
-    QString logDir(const QString& name) const;
+    // <root>/<relative>, e.g. path("log/online").
+    QString path(const QString& relative) const { return root() + QLatin1Char('/') + relative; }
     // Writes <root>/KRN/user/custom.ini with CUSTOM_LOG_NAME=<name>.
     void writeCustomLogName(const QString& name) const;
 
@@ -34,13 +52,11 @@ private:
     bool _valid = false;
 };
 
-// Creates dir (and parents) and a file name in it holding size bytes.
-bool makeFile(const QString& dir, const QString& name, qint64 size = 0);
-// Creates one file per name, each of size bytes.
-bool makeFiles(const QString& dir, const QStringList& names, qint64 size = 0);
-// Sets a file's last-read and last-modified times.
+// Creates the file (and its directory) holding size bytes.
+bool makeFile(const QString& path, qint64 size = 0);
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified);
-// The file's lines without their line ends; empty when the file is missing.
+// The file's lines without their line ends, decoded as the library encodes them;
+// empty when the file is missing.
 QStringList readLines(const QString& path);
 // Names of the non-hidden files in dir, sorted.
 QStringList fileNames(const QString& dir);
@@ -52,8 +68,6 @@ public:
     MessageCapture();
     ~MessageCapture();
     QStringList messages() const;
-    // Waits until a message equal to text arrived, up to msecs.
-    bool waitFor(const QString& text, int msecs = 5000) const;
 
 private:
     static void handler(QtMsgType type, const QMessageLogContext& context, const QString& msg);

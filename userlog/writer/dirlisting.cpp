@@ -62,9 +62,7 @@ EntryKind entryKind(const QByteArray& dirPath, const dirent& entry)
 QVector<ListedFile> listFiles(const QString& dirPath)
 {
     QVector<ListedFile> files;
-    // An empty path names the working directory, as it does for QDir.
-    const QByteArray nativePath =
-        QFile::encodeName(dirPath.isEmpty() ? QStringLiteral(".") : dirPath);
+    const QByteArray nativePath = QFile::encodeName(dirPath);
     DIR* dir = ::opendir(nativePath.constData());
     if (dir == nullptr)
         return files;

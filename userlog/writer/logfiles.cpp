@@ -229,32 +229,6 @@ private:
     bool _wildcards = false;
 };
 
-// Highest valid index among the candidates, the first in case-insensitive name
-// order on ties (then in exact name order); -1 when no candidate counts.
-int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
-                    const QString& skipName, QString* latestName)
-{
-    const DatedNameMatcher matcher(prefix);
-    int highest = -1;
-    QString latestLower;
-    for (const ListedFile& file : files) {
-        int index = 0;
-        if (file.isSymLink || file.name == skipName || !matcher.matches(file.name) ||
-            !datedFileIndex(file.name, prefix, &index) || index < highest)
-            continue;
-        const QString lower = file.name.toLower();
-        // Names equal but for case can coexist on a case-sensitive file
-        // system; their exact order decides, not the listing's.
-        const int order = index > highest ? -1 : lower.compare(latestLower);
-        if (order < 0 || (order == 0 && file.name < *latestName)) {
-            highest = index;
-            *latestName = file.name;
-            latestLower = lower;
-        }
-    }
-    return highest;
-}
-
 } // namespace
 
 int indexOfLogFile(const QString& fileName)
@@ -293,6 +267,30 @@ QString datedFileName(const QString& prefix, qint64 index, const QDate& startDat
 {
     return prefix + QLatin1Char('_') + QString::number(index) + QLatin1Char('_') +
            startDate.toString(QStringLiteral("yyyy-MM-dd")) + txtSuffix;
+}
+
+int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
+                    const QString& skipName, QString* latestName)
+{
+    const DatedNameMatcher matcher(prefix);
+    int highest = -1;
+    QString latestLower;
+    for (const ListedFile& file : files) {
+        int index = 0;
+        if (file.isSymLink || file.name == skipName || !matcher.matches(file.name) ||
+            !datedFileIndex(file.name, prefix, &index) || index < highest)
+            continue;
+        const QString lower = file.name.toLower();
+        // Names equal but for case can coexist on a case-sensitive file
+        // system; their exact order decides, not the listing's.
+        const int order = index > highest ? -1 : lower.compare(latestLower);
+        if (order < 0 || (order == 0 && file.name < *latestName)) {
+            highest = index;
+            *latestName = file.name;
+            latestLower = lower;
+        }
+    }
+    return highest;
 }
 
 bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, QString& filePath,
@@ -359,9 +357,11 @@ QByteArray openErrorText(const QFile& file)
 
 void deleteOldestFiles(const QString& folderPath, int maxFileCount)
 {
-    if (!QDir(folderPath).exists())
+    // An empty path names the working directory, as it does for QDir.
+    const QString folder = folderPath.isEmpty() ? QStringLiteral(".") : folderPath;
+    if (!QDir(folder).exists())
         return;
-    deleteOldestTxtFile(folderPath, listFiles(folderPath), maxFileCount);
+    deleteOldestTxtFile(folder, listFiles(folder), maxFileCount);
 }
 
 } // namespace logfiles

@@ -53,6 +53,13 @@ bool matchesDatedPattern(const QString& fileName, const QString& prefix);
 // that text is empty or not a number ("user_print_file_off_0_2025-05-26.txt").
 bool datedFileIndex(const QString& fileName, const QString& prefix, int* index);
 
+// The current print file among files: the highest valid index of a candidate
+// for prefix, ties going to the first in case-insensitive name order, then in
+// exact name order. Returns that index and sets latestName, or returns -1 when
+// no candidate counts. skipName is a file just deleted.
+int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
+                    const QString& skipName, QString* latestName);
+
 // ("user_print_file", 4, 2025-06-02) gives "user_print_file_4_2025-06-02.txt".
 QString datedFileName(const QString& prefix, qint64 index, const QDate& startDate);
 
