@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Runs every benchmark once, side by side, in a fresh temporary tree and prints
-# the table of ratios. Extra arguments go to the benchmark program, e.g.
-#   bench/run_bench.sh build-bench --benchmark_filter=writer
+# Runs the benchmark program in a fresh temporary tree and prints its table of
+# ratios; the tree is removed afterwards.
+#   bench/run_bench.sh build-bench
 set -euo pipefail
-build=$(cd "${1:?usage: $0 <build dir> [benchmark options]}" && pwd)
-shift
+build=$(cd "${1:?usage: $0 <build dir>}" && pwd)
 program="$build/bench/userlog-bench"
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
@@ -16,4 +15,4 @@ echo "==> scratch tree: $root ($(df -T "$root" | awk 'NR == 2 { print $2 }'))"
 echo "==> running $program"
 cd "$root/app/bin"
 # Every tree the program makes lands under the scratch tree.
-TMPDIR="$root" LC_ALL=C.UTF-8 "$program" "$@"
+TMPDIR="$root" LC_ALL=C.UTF-8 "$program"
