@@ -87,9 +87,9 @@ QVector<IndexedFile> indexedFilesByIndex(const QVector<ListedFile>& files)
 
 // Among files of equal index (stray names read as 0, and in the offline
 // directory every file does), the oldest-modified is deleted first, then the
-// first by name: never the listing's order, which differs between file
-// systems. Only the
-// files the retention can reach are stat'ed, and only when it has to delete.
+// first by name: never by the listing's order, which differs between file
+// systems. Only the files the retention can reach are stat'ed, and only when
+// it has to delete.
 void orderRetentionCandidatesByAge(const QDir& logDir, QVector<IndexedFile>& byIndex,
                                    int deleteCount)
 {
