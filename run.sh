@@ -52,7 +52,8 @@ demo)
     exec ./tools/demo.sh build
     ;;
 test)
-    apt_install "${base_packages[@]}"
+    # lnav for tst_lnav, which checks the format in tools/lnav.
+    apt_install "${base_packages[@]}" lnav
     configure_and_build build
     run_tests build
     ;;
