@@ -5,6 +5,10 @@
 #   ./run.sh sanitize  the same tests under AddressSanitizer + UBSan (build-asan/)
 #   ./run.sh sanitize thread   the same tests under ThreadSanitizer (build-tsan/)
 #   ./run.sh bench     build and run the benchmarks (build-bench/)
+#   ./run.sh view [ROOT] [LNAV_OPTION...]
+#                      read a log tree (default: the last demo's) as one timeline in lnav,
+#                      with tools/lnav's format and a throwaway lnav home
+#   ./run.sh view --install   install that format into your own lnav (lnav -i)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -43,6 +47,34 @@ run_tests() {
     LC_ALL=C.UTF-8 ctest --test-dir "$dir" --output-on-failure -j "$jobs" --timeout 300
 }
 
+# Opens ROOT/log/*/* in lnav with the format from tools/lnav. lnav gets a home of
+# its own for the run: it finds the format there and keeps its session state
+# there, and the user's own lnav configuration is neither read nor written.
+view_tree() {
+    local root=""
+    if [ $# -gt 0 ] && [ "${1#-}" = "$1" ]; then
+        root=$1
+        shift
+    elif [ -f build/last-demo-root ]; then
+        root=$(cat build/last-demo-root)
+    else
+        echo "no demo tree yet: run ./run.sh demo first, or name a tree: $0 view ROOT" >&2
+        exit 2
+    fi
+    if [ ! -d "$root/log" ]; then
+        echo "$root has no log/ directory" >&2
+        exit 2
+    fi
+    apt_install lnav
+    lnav_home=$(mktemp -d "${TMPDIR:-/tmp}/userlog-lnav-XXXXXX")
+    trap 'rm -rf "$lnav_home"' EXIT
+    mkdir -p "$lnav_home/.lnav/formats/varnor_userlog"
+    cp tools/lnav/varnor_userlog.json "$lnav_home/.lnav/formats/varnor_userlog/"
+    say "opening '$root/log/*/*' in lnav (format tools/lnav/varnor_userlog.json, lnav home $lnav_home)"
+    # One quoted glob: lnav expands it itself and loads every file of the tree.
+    HOME=$lnav_home TMPDIR=$lnav_home lnav "$@" "$root/log/*/*"
+}
+
 cmd=${1:-}
 case "$cmd" in
 demo)
@@ -52,7 +84,8 @@ demo)
     exec ./tools/demo.sh build
     ;;
 test)
-    apt_install "${base_packages[@]}"
+    # lnav for tst_lnav, which checks the format in tools/lnav.
+    apt_install "${base_packages[@]}" lnav
     configure_and_build build
     run_tests build
     ;;
@@ -78,8 +111,19 @@ bench)
         -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF
     exec ./bench/run_bench.sh build-bench
     ;;
+view)
+    shift
+    if [ "${1:-}" = --install ]; then
+        apt_install lnav
+        say "installing tools/lnav/varnor_userlog.json into your lnav configuration"
+        lnav -i tools/lnav/varnor_userlog.json
+        say "open a log tree with: lnav 'ROOT/log/*/*'"
+        exit
+    fi
+    view_tree "$@"
+    ;;
 *)
-    echo "usage: $0 demo|test|sanitize|bench" >&2
+    echo "usage: $0 demo|test|sanitize|bench|view" >&2
     exit 2
     ;;
 esac

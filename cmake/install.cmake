@@ -27,3 +27,7 @@ install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/VarnorUserLogConfig.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/VarnorUserLogConfigVersion.cmake
     DESTINATION ${userlog_package_dir})
+
+# The lnav format for reading a log tree as one timeline (tools/lnav/README.md).
+install(FILES tools/lnav/varnor_userlog.json tools/lnav/README.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/varnor-userlog/lnav)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the example shift through userlog-host in a fresh temporary tree, then
 # shows each log directory's files with their line counts and last lines (in a
-# fresh tree every file is still the current one of its kind).
+# fresh tree every file is still the current one of its kind). The tree's path
+# goes to BUILD_DIR/last-demo-root, where ./run.sh view finds it.
 #   tools/demo.sh [BUILD_DIR]     (default: build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,5 +20,7 @@ for dir in "$root"/log/*; do
         tail -n 3 "$file" | sed 's/^/    /'
     done
 done
+printf '%s\n' "$root" >"$build/last-demo-root"
 echo
 echo "==> the whole tree stays in $root"
+echo "==> to read it as one timeline in lnav: ./run.sh view"
