@@ -7,24 +7,20 @@
 
 #include <userlog/userlog.h>
 
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QProcess>
 #include <QtCore/QSemaphore>
-#include <QtCore/QThread>
-#include <QtTest/QSignalSpy>
 #include <QtTest/QtTest>
 
 #include <cstdio>
-#include <functional>
-#include <memory>
 #include <type_traits>
 
 namespace {
 
 const QString separator = "//---------------------------------"_s;
 const QString booted = "**T** <user log> <log> krn user log systerm booted up!"_s;
-const QString connected = "-- T -- <user log> <log> krn system connected with controller!"_s;
-const QString lost = "**T** <user log> <log> krn system lost connection with controller!"_s;
+const QString offlineLog = "log/offline/user_print_file_off"_s;
+
+// Runs on the thread that prints "no log information to write!": the log thread.
+std::function<void()> onRefusedEntry;
 
 } // namespace
 
@@ -34,10 +30,111 @@ class TestFacade : public QObject
 
 private slots:
     void initTestCase() { QVERIFY(_tree.isValid()); }
-    void startUp();
-    void entriesFollowQueuedReports();
-    void flushWaitsForTheLogThread();
-    void noApplication();
+    void startUp()
+    {
+        static_assert(!std::is_default_constructible<UserLog>::value, "only logger() creates it");
+        static_assert(!std::is_destructible<UserLog>::value, "the host cannot destroy it");
+        QCOMPARE(QMetaType::type("QList<LogInformation>&"), int(QMetaType::UnknownType));
+        UserLog* log = UserLog::logger();
+        // Written on this thread before logger() returned, and once only.
+        QCOMPARE(lines(offlineLog), (QStringList{separator, booted, separator}));
+        QCOMPARE(UserLog::logger(), log);
+        QVERIFY(log->flush(5000));
+        QCOMPARE(lines(offlineLog), (QStringList{separator, booted, separator}));
+        QVERIFY(QMetaType::type("LogInformation") != QMetaType::UnknownType);
+        QVERIFY(QMetaType::type("QList<LogInformation>") != QMetaType::UnknownType);
+        QCOMPARE(QMetaType::type("QList<LogInformation>&"),
+                 QMetaType::type("QList<LogInformation>"));
+        // Hosts and queued calls name the signals by index; moc lists quint16 as ushort.
+        const QMetaObject& meta = UserLog::staticMetaObject;
+        QStringList signatures;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
+            signatures << QString::fromLatin1(meta.method(i).methodSignature());
+        QCOMPARE(signatures.join(' '),
+                 "sendUserLogs(QString,QString,QString,int) sendUserLogs(QList<LogInformation>) "
+                 "singalConnectedWithController(bool) "
+                 "sendBccConnectState(bool,QString,ushort,QString)"_s);
+    }
+    // Posted back to back: each entry must use the state in force when its event runs,
+    // whatever the log thread has done by the time it is queued. Repeated reports of
+    // the same controller state are not passed on.
+    void entriesFollowQueuedReports()
+    {
+        UserLog* log = UserLog::logger();
+        QSignalSpy reports(log, &UserLog::singalConnectedWithController);
+        const auto single = [log](const QString& time) { log->recordLog("M"_s, time, "s"_s, 6); };
+        const auto batch = [log](const QString& time) {
+            log->recordLog({{time, "M"_s, "b"_s, 5}});
+        };
+        single("T1"_s);
+        batch("T2"_s);
+        log->connectedWithController(true);
+        log->connectedWithController(true);
+        single("T3"_s);
+        log->recordLog({{"T4"_s, "M"_s, "b"_s, 5}, {"T5"_s, "M"_s, "i"_s, 2}});
+        log->connectedWithController(false);
+        log->connectedWithController(false);
+        single("T6"_s);
+        batch("T7"_s);
+        QVERIFY(log->flush(10000));
+        QCOMPARE(reports.count(), 2);
+
+        const QString t1 = "**T1** <M> <log> s"_s, t2 = "**T2** <M> <printinfo> b"_s;
+        const QString t3 = "-- T3 -- <M> <log> s"_s, t4 = "-- T4 -- <M> <printinfo> b"_s;
+        const QString t6 = "**T6** <M> <log> s"_s, t7 = "**T7** <M> <printinfo> b"_s;
+        QCOMPARE(lines(offlineLog).filter("<M>"_s), (QStringList{t1, t2, t6, t7}));
+        QCOMPARE(lines("log/offline/user_print_file_off_0_"_s + today() + ".txt"_s).filter("<M>"_s),
+                 (QStringList{t1, t2}));
+        QCOMPARE(lines("log/online/user_log_file_0.txt"_s).filter("<M>"_s),
+                 (QStringList{t3, t4, "-- T5 -- <M> <info> i"_s}));
+        // After the loss print entries stay in the online print file.
+        QCOMPARE(lines("log/useronline/user_print_file_0_"_s + today() + ".txt"_s).filter("<M>"_s),
+                 (QStringList{t3, t4, t6, t7}));
+    }
+    // On the log thread flush() gives up at once; elsewhere it waits up to its timeout.
+    void flushWaitsForTheLogThread()
+    {
+        UserLog* log = UserLog::logger();
+        bool flushedThere = true;
+        QString threadName;
+        QSemaphore entered, release;
+        onRefusedEntry = [&] {
+            threadName = QThread::currentThread()->objectName();
+            flushedThere = log->flush(5000);
+            entered.release();
+            release.acquire();
+        };
+        const QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& message) {
+                if (message == "no log information to write!"_s)
+                    onRefusedEntry();
+            });
+        QElapsedTimer timer;
+        timer.start();
+        log->recordLog("B"_s, "T"_s, QString(), 2);
+        QVERIFY(entered.tryAcquire(1, 5000));
+        QVERIFY(!flushedThere && timer.elapsed() < 1000);
+        QCOMPARE(threadName, "UserLogThread"_s);
+        log->recordLog("B"_s, "T"_s, "queued behind the block"_s, 2);
+        timer.restart();
+        QVERIFY(!log->flush(0) && timer.elapsed() < 100);
+        timer.restart();
+        QVERIFY(!log->flush(200) && timer.elapsed() >= 190 && timer.elapsed() < 2000);
+        release.release();
+        QVERIFY(log->flush(10000));
+        qInstallMessageHandler(previous);
+        QCOMPARE(lines(offlineLog).last(), "**T** <B> <info> queued behind the block"_s);
+    }
+    // Without a QCoreApplication the banner is still written on the calling thread, and
+    // flush() gives up at once instead of waiting.
+    void noApplication()
+    {
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), {"no-application"_s});
+        QVERIFY(child.waitForFinished(30000));
+        QCOMPARE(child.readAllStandardOutput(), QByteArray("flush: 0, banner lines: 3\n"));
+        QCOMPARE(child.exitCode(), 0);
+    }
 
 private:
     QStringList lines(const QString& path) const
@@ -48,135 +145,15 @@ private:
     TestTree _tree;
 };
 
-void TestFacade::startUp()
-{
-    static_assert(!std::is_default_constructible<UserLog>::value, "only logger() creates it");
-    static_assert(!std::is_destructible<UserLog>::value, "the host cannot destroy it");
-    QCOMPARE(QMetaType::type("QList<LogInformation>&"), int(QMetaType::UnknownType));
-    UserLog* log = UserLog::logger();
-    // Written on this thread before logger() returned, and once only.
-    const QStringList banner{separator, booted, separator};
-    QCOMPARE(lines("log/offline/user_print_file_off"_s), banner);
-    QCOMPARE(UserLog::logger(), log);
-    QVERIFY(log->flush(5000));
-    QCOMPARE(lines("log/offline/user_print_file_off"_s), banner);
-    QVERIFY(QMetaType::type("LogInformation") != QMetaType::UnknownType);
-    QVERIFY(QMetaType::type("QList<LogInformation>") != QMetaType::UnknownType);
-    QCOMPARE(QMetaType::type("QList<LogInformation>&"), QMetaType::type("QList<LogInformation>"));
-    // Hosts and queued calls name the signals by index; moc lists quint16 as ushort.
-    QStringList signatures;
-    for (int i = UserLog::staticMetaObject.methodOffset();
-         i < UserLog::staticMetaObject.methodCount(); ++i)
-        signatures << QString::fromLatin1(UserLog::staticMetaObject.method(i).methodSignature());
-    QCOMPARE(signatures, (QStringList{"sendUserLogs(QString,QString,QString,int)"_s,
-                                      "sendUserLogs(QList<LogInformation>)"_s,
-                                      "singalConnectedWithController(bool)"_s,
-                                      "sendBccConnectState(bool,QString,ushort,QString)"_s}));
-}
-
-// Posted back to back: each entry must use the state in force when its event runs,
-// whatever the log thread has done by the time it is queued. Repeated reports of
-// the same controller state are not passed on.
-void TestFacade::entriesFollowQueuedReports()
-{
-    UserLog* log = UserLog::logger();
-    QSignalSpy reports(log, &UserLog::singalConnectedWithController);
-    const auto single = [log](const QString& time) { log->recordLog("M"_s, time, "s"_s, 6); };
-    const auto batch = [log](const QString& time) { log->recordLog({{time, "M"_s, "b"_s, 5}}); };
-    single("T1"_s);
-    batch("T2"_s);
-    log->connectedWithController(true);
-    log->connectedWithController(true);
-    single("T3"_s);
-    log->recordLog({{"T4"_s, "M"_s, "b"_s, 5}, {"T5"_s, "M"_s, "i"_s, 2}});
-    log->connectedWithController(false);
-    log->connectedWithController(false);
-    single("T6"_s);
-    batch("T7"_s);
-    QVERIFY(log->flush(10000));
-    QCOMPARE(reports.count(), 2);
-
-    const QString t1 = "**T1** <M> <log> s"_s, t2 = "**T2** <M> <printinfo> b"_s;
-    const QString t3 = "-- T3 -- <M> <log> s"_s, t4 = "-- T4 -- <M> <printinfo> b"_s;
-    const QString t6 = "**T6** <M> <log> s"_s, t7 = "**T7** <M> <printinfo> b"_s;
-    const QString offlinePrint = "log/offline/user_print_file_off_0_"_s + today() + ".txt"_s;
-    QCOMPARE(lines("log/offline/user_print_file_off"_s),
-             (QStringList{separator, booted, separator, t1, t2, t6, t7}));
-    QCOMPARE(lines(offlinePrint), (QStringList{separator, booted, separator, t1, t2}));
-    QCOMPARE(lines("log/online/user_log_file_0.txt"_s),
-             (QStringList{separator, connected, separator, t3, t4, "-- T5 -- <M> <info> i"_s,
-                          separator, lost, separator}));
-    // After the loss print entries stay in the online print file.
-    QCOMPARE(
-        lines("log/useronline/user_print_file_0_"_s + today() + ".txt"_s),
-        (QStringList{separator, connected, separator, t3, t4, separator, lost, separator, t6, t7}));
-}
-
-// On the log thread flush() gives up at once; elsewhere it waits up to its timeout.
-void TestFacade::flushWaitsForTheLogThread()
-{
-    UserLog* log = UserLog::logger();
-    QString threadName;
-    bool flushedThere = true;
-    qint64 elapsedThere = -1;
-    QSemaphore entered;
-    QSemaphore release;
-    // Runs on the thread that prints "no log information to write!", which an entry with an
-    // empty message provokes: the log thread.
-    static std::function<void()> onLogThread;
-    const QtMessageHandler previous =
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
-            if (message == "no log information to write!"_s)
-                onLogThread();
-        });
-    onLogThread = [&] {
-        threadName = QThread::currentThread()->objectName();
-        QElapsedTimer timer;
-        timer.start();
-        flushedThere = log->flush(5000);
-        elapsedThere = timer.elapsed();
-        entered.release();
-        release.acquire();
-    };
-    log->recordLog("B"_s, "T"_s, QString(), 2);
-    QVERIFY(entered.tryAcquire(1, 5000));
-    QCOMPARE(threadName, "UserLogThread"_s);
-    QVERIFY(!flushedThere && elapsedThere < 1000);
-    log->recordLog("B"_s, "T"_s, "queued behind the block"_s, 2);
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(!log->flush(0) && timer.elapsed() < 100);
-    timer.restart();
-    QVERIFY(!log->flush(200) && timer.elapsed() >= 190 && timer.elapsed() < 2000);
-    release.release();
-    QVERIFY(log->flush(10000));
-    qInstallMessageHandler(previous);
-    QCOMPARE(lines("log/offline/user_print_file_off"_s).last(),
-             "**T** <B> <info> queued behind the block"_s);
-}
-
-// Without a QCoreApplication the banner is still written on the calling thread, and
-// flush() gives up at once instead of waiting.
-void TestFacade::noApplication()
-{
-    QProcess child;
-    child.start(QCoreApplication::applicationFilePath(), {"no-application"_s});
-    QVERIFY(child.waitForFinished(30000));
-    QCOMPARE(QString::fromLocal8Bit(child.readAllStandardOutput()),
-             "flush: 0, banner lines: 3\n"_s);
-    QCOMPARE(child.exitCode(), 0);
-}
-
 int main(int argc, char** argv)
 {
     if (argc == 2 && qstrcmp(argv[1], "no-application") == 0) {
         TestTree tree;
-        UserLog* log = UserLog::logger();
         QElapsedTimer timer;
         timer.start();
-        const bool flushed = log->flush(3000) || timer.elapsed() > 1000;
+        const bool flushed = UserLog::logger()->flush(3000) || timer.elapsed() > 1000;
         std::printf("flush: %d, banner lines: %d\n", int(flushed),
-                    int(readLines(tree.path("log/offline/user_print_file_off"_s)).size()));
+                    int(readLines(tree.path(offlineLog)).size()));
         return 0;
     }
     QCoreApplication app(argc, argv);

@@ -1,11 +1,10 @@
 // Writer events driven directly: the banners of each connection transition, the
-// custom print name, entries in both forms, and one table of faults that drop
-// an event with its message while the next event after the fault is written.
+// custom print name, entries and batches, the retention limits, and one table of
+// faults that drop an event with its message while the next event is written.
 #include "testtree.h"
 #include "userlog/writer/logfiles.h"
 #include "userlog/writer/userlogwriter.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QMetaMethod>
 #include <QtCore/QTextCodec>
 #include <QtTest/QtTest>
@@ -32,7 +31,7 @@ QStringList banners(const QString& kinds)
     return lines;
 }
 
-// A log file as the writer names it; "<today>" stands for today's date.
+// A log file as the writer names it below ../../log; "<today>" stands for today's date.
 QString logFile(const QString& path)
 {
     return "../../log/"_s + QString(path).replace("<today>"_s, today());
@@ -45,38 +44,31 @@ QStringList contents(const QString& path)
 
 const QString onUser = "online/user_log_file_0.txt"_s;
 const QString onPrint = "useronline/user_print_file_0_<today>.txt"_s;
-const QString offUser = "offline/user_print_file_off"_s;
-const QString offPrint = "offline/user_print_file_off_0_<today>.txt"_s;
 
 // Ops through the writer's slots by index: c connect and l lose (slot 1), n the no-argument
 // loss (slot 2), C and S the forms (true, true) and (false, true) (slot 0), e an entry "x" of
-// level 6, a print entry (slot 3). X makes a directory of the online print file, o removes it.
+// level 6 (slot 3). X makes a directory of the online print file, o removes it.
 void apply(UserLogWriter& writer, const QString& ops)
 {
     const QMetaObject& meta = UserLogWriter::staticMetaObject;
     const auto slot = [&](int index) { return meta.method(meta.methodOffset() + index); };
     for (const QChar op : ops) {
         const char o = op.toLatin1();
-        bool done = false;
-        if (o == 'X')
-            done = QFile::remove(logFile(onPrint)) && QDir().mkpath(logFile(onPrint));
-        else if (o == 'o')
-            done = QDir().rmdir(logFile(onPrint));
-        else if (o == 'e')
-            done = slot(3).invoke(&writer, Qt::DirectConnection, Q_ARG(QString, "B"_s),
-                                  Q_ARG(QString, "T"_s), Q_ARG(QString, "x"_s), Q_ARG(int, 6));
-        else if (o == 'n')
-            done = slot(2).invoke(&writer, Qt::DirectConnection);
-        else if (o == 'c' || o == 'l')
-            done = slot(1).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'c'));
-        else
-            done = slot(0).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'C'),
-                                  Q_ARG(bool, true));
+        const bool done =
+            o == 'X'   ? QFile::remove(logFile(onPrint)) && QDir().mkpath(logFile(onPrint))
+            : o == 'o' ? QDir().rmdir(logFile(onPrint))
+            : o == 'e' ? slot(3).invoke(&writer, Qt::DirectConnection, Q_ARG(QString, "B"_s),
+                                        Q_ARG(QString, "T"_s), Q_ARG(QString, "x"_s), Q_ARG(int, 6))
+            : o == 'n' ? slot(2).invoke(&writer, Qt::DirectConnection)
+            : o == 'c' || o == 'l'
+                ? slot(1).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'c'))
+                : slot(0).invoke(&writer, Qt::DirectConnection, Q_ARG(bool, o == 'C'),
+                                 Q_ARG(bool, true));
         QVERIFY2(done, qPrintable(QString(op)));
     }
 }
 
-// A writer whose log tree was removed after start-up (and the connect, unless told
+// A connected writer whose log tree was removed after the connect (unless told
 // otherwise), so each file holds only what the test writes next.
 struct FreshWriter
 {
@@ -86,13 +78,9 @@ struct FreshWriter
             writer.setSystermConnectState(true);
         QDir(tree.path("log"_s)).removeRecursively();
     }
-    void record(bool batch, const QString& block, const QString& time, const QString& message,
-                int level)
+    void entry(const QString& message, int level = 6)
     {
-        if (batch)
-            writer.receiveUserLogs(QList<LogInformation>{{time, block, message, level}});
-        else
-            writer.receiveUserLogs(block, time, message, level);
+        writer.receiveUserLogs("B"_s, "T"_s, message, level);
     }
     TestTree tree;
     UserLogWriter writer;
@@ -100,17 +88,12 @@ struct FreshWriter
     const QString printFile = tree.path("log/useronline/user_print_file_0_"_s + today() + ".txt"_s);
 };
 
-// The user log as the writer names it: absolute, the native separator before the name.
-QString userLogPath(const QString& dir, const QString& name)
-{
-    return QDir::cleanPath(QDir::currentPath() + "/../../log/"_s + dir) + QDir::separator() + name;
-}
-
-// Writes a line of '#' so that the file holds size bytes.
-bool fill(const QString& path, qint64 size)
+// Leaves the file 10 bytes short of full, in one line of '#'.
+bool fill(const QString& path)
 {
     QFile file(path);
-    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) &&
+    const qint64 size = logfiles::maxLogFileSize - 10;
+    return file.open(QIODevice::WriteOnly) &&
            file.write(QByteArray(int(size - 1), '#') + '\n') == size;
 }
 
@@ -127,278 +110,201 @@ private slots:
         QVERIFY(_tree->isValid());
     }
     void cleanup() { _tree.reset(); }
-    void transitions_data();
-    void transitions();
-    void switchResetsNoIndex();
-    void customNameReadAtEachConnect();
-    void customNames_data();
-    void customNames();
-    void entries_data();
-    void entries();
-    void batchStaysInItsFiles();
-    void retentionLimits();
-    void faults_data();
-    void faults();
-    void slotIndexes();
+    void transitions_data()
+    {
+        // files: the banners and entries of the online user log and print file, then of the
+        // offline ones, "-" when the file is not there.
+        QTest::addColumn<QString>("ops");
+        QTest::addColumn<QString>("files");
+        addRow("start-up; not connected: ignored", "l", "- - S S");
+        addRow("connect; repeated: ignored", "cc", "C C S S");
+        addRow("loss online, then user log offline", "clle", "CL CLe Se S");
+        addRow("no-argument form is a loss", "cn", "CL CL S S");
+        addRow("reconnect", "clce", "CLCE CLCE S S");
+        addRow("(true, true) while online", "cC", "CC CC S S");
+        addRow("(false, true) while online", "cSe", "C C SSe SSe");
+        addRow("failed loss, next ignored, connect", "cXlolece", "CeCE eCE S S");
+    }
+    void transitions()
+    {
+        QFETCH(QString, ops);
+        QFETCH(QString, files);
+        UserLogWriter writer;
+        apply(writer, ops);
+        const QString paths[] = {onUser, onPrint, "offline/user_print_file_off"_s,
+                                 "offline/user_print_file_off_0_<today>.txt"_s};
+        for (int i = 0; i < 4; ++i) {
+            const QString kinds = files.section(' ', i, i);
+            QVERIFY2(QFile::exists(logFile(paths[i])) == (kinds != "-"_s), qPrintable(paths[i]));
+            QCOMPARE(contents(paths[i]), banners(kinds == "-"_s ? QString() : kinds));
+        }
+    }
+    // The current file is found in the directory at every write, never remembered.
+    void switchResetsNoIndex()
+    {
+        const QString user = "online/user_log_file_5.txt"_s,
+                      print = "useronline/user_print_file_7_x.txt"_s;
+        QVERIFY(makeFile(logFile(user)) && makeFile(logFile(print)));
+        UserLogWriter writer;
+        apply(writer, "clce"_s);
+        QCOMPARE(contents(user), banners("CLCE"_s));
+        QCOMPARE(contents(print), banners("CLCE"_s));
+        QCOMPARE(fileNames(logFile("online"_s)).size() + fileNames(logFile("useronline"_s)).size(),
+                 2);
+    }
+    // Read at start-up and at every connect, a reconnect too; never at a loss. The
+    // names differ in length: no stale settings cache.
+    void customNameReadAtEachConnect()
+    {
+        _tree->writeCustomLogName("alpha"_s);
+        UserLogWriter writer;
+        _tree->writeCustomLogName("beta22"_s);
+        apply(writer, "c"_s);
+        _tree->writeCustomLogName("gam"_s);
+        apply(writer, "lec"_s);
+        _tree->writeCustomLogName("delta"_s);
+        apply(writer, "S"_s);
+        QCOMPARE(contents("offline/alpha_off_0_<today>.txt"_s), banners("S"_s));
+        QCOMPARE(contents("useronline/beta22_0_<today>.txt"_s), banners("CLe"_s));
+        QCOMPARE(contents("useronline/gam_0_<today>.txt"_s), banners("C"_s));
+        QCOMPARE(contents("offline/alpha_off"_s), banners("SeS"_s));
+        QCOMPARE(contents("offline/delta_off_0_<today>.txt"_s), banners("S"_s));
+    }
+    // Single entries of level 6 and batch entries of level 5 are copied to the print
+    // file, which is opened for every entry. A batch goes whole into the files chosen
+    // at its start; a size limit it crosses counts from the next event on.
+    void entriesAndBatches()
+    {
+        FreshWriter w;
+        const QString odd =
+            "a"_s + QChar(0) + "b"_s + QChar(0xD800) + "c"_s + QChar(0xDC00) + "d"_s;
+        w.entry(odd, 5);
+        const QTextCodec* codec = QTextCodec::codecForLocale(); // what the text stream writes in
+        QCOMPARE(readLines(w.userLog),
+                 QStringList{codec->toUnicode(codec->fromUnicode("-- T -- <B> <log> "_s + odd))});
+        QVERIFY(QFileInfo(w.printFile).isFile() && readLines(w.printFile).isEmpty());
+        QVERIFY(fill(w.userLog) && fill(w.printFile));
+        w.writer.receiveUserLogs(QList<LogInformation>{
+            {"T"_s, "B"_s, "a"_s, 5}, {"T"_s, "B"_s, "b"_s, 6}, {"T"_s, "B"_s, "c"_s, 5}});
+        w.entry("d"_s);
+        const QString a = "-- T -- <B> <printinfo> a"_s, c = "-- T -- <B> <printinfo> c"_s;
+        QCOMPARE(readLines(w.userLog).mid(1), (QStringList{a, "-- T -- <B> <log> b"_s, c}));
+        QCOMPARE(readLines(w.printFile).mid(1), (QStringList{a, c}));
+        const QStringList d{"-- T -- <B> <log> d"_s};
+        QCOMPARE(readLines(w.tree.path("log/online/user_log_file_1.txt"_s)), d);
+        QCOMPARE(readLines(w.tree.path("log/useronline/user_print_file_1_"_s + today() + ".txt"_s)),
+                 d);
+    }
+    // An entry keeps 100 user logs and 500 ".txt" files beside the print file.
+    void retentionLimits()
+    {
+        FreshWriter w;
+        const QString printDir = w.tree.path("log/useronline/"_s);
+        for (int i = 0; i < 100; ++i)
+            QVERIFY(makeFile(w.tree.path("log/online/user_log_file_%1.txt"_s.arg(i))));
+        for (int i = 0; i < 501; ++i)
+            QVERIFY(makeFile(printDir + "note_%1.txt"_s.arg(i)));
+        const QDateTime longAgo = QDateTime::currentDateTime().addDays(-1);
+        QVERIFY(setFileTimes(printDir + "note_7.txt"_s, longAgo, longAgo));
+        w.entry("x"_s);
+        QCOMPARE(fileNames(w.tree.path("log/online"_s)).size(), 99);
+        QCOMPARE(readLines(w.tree.path("log/online/user_log_file_99.txt"_s)),
+                 QStringList{"-- T -- <B> <log> x"_s});
+        QCOMPARE(fileNames(printDir).size(), 501); // one deleted, the print file added
+        QVERIFY(!QFile::exists(printDir + "note_7.txt"_s));
+    }
+    void faults_data()
+    {
+        // event: single, batch or connect; "null", "empty" and "no entries" refused input. blocker:
+        // a file made there, or USER or PRINT: the current user log or print file made a directory.
+        // messages: "|" between them, %P the blocked file, %E the error text of its open.
+        // userLog: "made" when it was opened before the print file failed.
+        for (const char* column : {"event", "blocker", "messages", "userLog"})
+            QTest::addColumn<QString>(column);
+        const char* noDir = "make log dir failed!|error, can not make log dir!";
+        addRow("single, null message", "null", "", "no log information to write!", "");
+        addRow("single, empty message", "empty", "", "no log information to write!", "");
+        addRow("batch, no entries", "no entries", "", "received empty log list!", "");
+        addRow("single, no log directory", "single", "log", noDir, "");
+        addRow("batch, no log directory", "batch", "log", noDir, "");
+        addRow("connect, no log directory", "connect", "log", noDir, "");
+        addRow("single, user log", "single", "log/online", "open log file error2:%E", "");
+        addRow("batch, user log", "batch", "log/online", "open log file error3:%E", "");
+        addRow("connect, user log", "connect", "USER", "open log file error1(%P):%E", "");
+        addRow("single, print file", "single", "log/useronline",
+               "make log dir succeded!|open log file error3:%E", "made");
+        addRow("batch, print file", "batch", "PRINT",
+               "make log dir succeded!|open log file error3:%E", "made");
+        addRow("connect, print file", "connect", "PRINT",
+               "make log dir succeded!|open log file error1(%P):%E", "made");
+    }
+    void faults()
+    {
+        QFETCH(QString, event);
+        QFETCH(QString, blocker);
+        QFETCH(QString, messages);
+        QFETCH(QString, userLog);
+        FreshWriter w(event != "connect"_s);
+        const QString blocked = blocker == "USER"_s    ? w.userLog
+                                : blocker == "PRINT"_s ? w.printFile
+                                                       : w.tree.path(blocker);
+        if (!blocker.isEmpty())
+            QVERIFY(blocker.toUpper() == blocker ? QDir().mkpath(blocked) : makeFile(blocked));
+        // The expected texts come from the same failing open made here. The user log's
+        // path is absolute, with the native separator before the name; the print file's
+        // stays relative.
+        QFile file(blocker == "log/online"_s       ? w.userLog
+                   : blocker == "log/useronline"_s ? w.printFile
+                                                   : blocked);
+        QVERIFY(!messages.contains("%E"_s) || !logfiles::openForAppend(file));
+        messages.replace("%E"_s, file.errorString());
+        messages.replace("%P"_s, blocker == "PRINT"_s
+                                     ? logFile(onPrint)
+                                     : QDir::cleanPath(w.tree.path("log/online"_s)) +
+                                           QDir::separator() + "user_log_file_0.txt"_s);
+        MessageCapture capture;
+        if (event == "connect"_s)
+            w.writer.setSystermConnectState(true);
+        else if (event == "batch"_s || event == "no entries"_s)
+            w.writer.receiveUserLogs(event == "batch"_s
+                                         ? QList<LogInformation>{{"T"_s, "B"_s, "l"_s, 6}}
+                                         : QList<LogInformation>());
+        else
+            w.entry(event == "null"_s ? QString() : event == "empty"_s ? ""_s : "lost"_s);
+        QCOMPARE(capture.messages(), messages.split('|'));
+        QCOMPARE(QFileInfo(w.userLog).isFile(), !userLog.isEmpty());
+        QVERIFY(readLines(w.userLog).isEmpty());
+        QVERIFY(!QFileInfo(w.printFile).isFile());
+
+        // With the fault gone, the next entry is written normally.
+        if (!blocker.isEmpty())
+            QVERIFY(QFileInfo(blocked).isDir() ? QDir(blocked).removeRecursively()
+                                               : QFile::remove(blocked));
+        w.entry("back"_s);
+        QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
+        QCOMPARE(readLines(w.printFile).last(), "-- T -- <B> <log> back"_s);
+    }
+    // Hosts and queued calls name these by index; moc lists quint16 as ushort.
+    void slotIndexes()
+    {
+        const QMetaObject& meta = UserLogWriter::staticMetaObject;
+        QStringList methods;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
+            methods << QString::fromLatin1(meta.method(i).methodSignature()) +
+                           (meta.method(i).access() == QMetaMethod::Public ? QString()
+                                                                           : ":protected"_s);
+        QCOMPARE(
+            methods.join(' '),
+            "setSystermConnectState(bool,bool) setSystermConnectState(bool) "
+            "setSystermConnectState() receiveUserLogs(QString,QString,QString,int) "
+            "receiveUserLogs(QString,QString,QString,UserLogLevel) "
+            "receiveUserLogs(QList<LogInformation>) receiveBccLogs(bool,QString,ushort,QString) "
+            "deleteOldestFiles(QString,int) checkTcpState():protected"_s);
+    }
 
 private:
     std::unique_ptr<TestTree> _tree;
 };
-
-void TestWriter::transitions_data()
-{
-    for (const char* column : {"ops", "onlineUser", "onlinePrint", "offlineUser", "offlinePrint"})
-        QTest::addColumn<QString>(column);
-    addRow("start-up; not connected: ignored", "l", "", "", "S", "S");
-    addRow("connect; repeated: ignored", "cc", "C", "C", "S", "S");
-    addRow("loss online, then user log offline", "clle", "CL", "CLe", "Se", "S");
-    addRow("no-argument form is a loss", "cn", "CL", "CL", "S", "S");
-    addRow("reconnect", "clce", "CLCE", "CLCE", "S", "S");
-    addRow("(true, true) while online", "cC", "CC", "CC", "S", "S");
-    addRow("(false, true) while online", "cSe", "C", "C", "SSe", "SSe");
-    addRow("failed loss, next ignored, connect", "cXlolece", "CeCE", "eCE", "S", "S");
-}
-
-void TestWriter::transitions()
-{
-    QFETCH(QString, ops);
-    QFETCH(QString, onlineUser);
-    QFETCH(QString, onlinePrint);
-    QFETCH(QString, offlineUser);
-    QFETCH(QString, offlinePrint);
-    UserLogWriter writer;
-    apply(writer, ops);
-    const QString files[] = {onUser, onPrint, offUser, offPrint};
-    const QString kinds[] = {onlineUser, onlinePrint, offlineUser, offlinePrint};
-    for (int i = 0; i < 4; ++i) {
-        QVERIFY2(QFile::exists(logFile(files[i])) == !kinds[i].isEmpty(), qPrintable(files[i]));
-        QCOMPARE(contents(files[i]), banners(kinds[i]));
-    }
-}
-
-// The current file is found in the directory at every write, never remembered.
-void TestWriter::switchResetsNoIndex()
-{
-    const QString user = "online/user_log_file_5.txt"_s,
-                  print = "useronline/user_print_file_7_x.txt"_s;
-    QVERIFY(makeFile(logFile(user)) && makeFile(logFile(print)));
-    UserLogWriter writer;
-    apply(writer, "clce"_s);
-    QCOMPARE(contents(user), banners("CLCE"_s));
-    QCOMPARE(contents(print), banners("CLCE"_s));
-    QCOMPARE(fileNames(logFile("online"_s)).size() + fileNames(logFile("useronline"_s)).size(), 2);
-}
-
-// Read at start-up and at every connect, a reconnect too; never at a loss.
-void TestWriter::customNameReadAtEachConnect()
-{
-    _tree->writeCustomLogName("alpha"_s);
-    UserLogWriter writer;
-    _tree->writeCustomLogName("beta22"_s); // names of other lengths: no stale settings cache
-    QTest::qSleep(1100);                   // a banner's time is that of its own state change
-    apply(writer, "c"_s);
-    _tree->writeCustomLogName("gam"_s);
-    apply(writer, "lec"_s);
-    _tree->writeCustomLogName("delta"_s);
-    apply(writer, "S"_s);
-    QCOMPARE(contents("offline/alpha_off_0_<today>.txt"_s), banners("S"_s));
-    QCOMPARE(contents("useronline/beta22_0_<today>.txt"_s), banners("CLe"_s));
-    QCOMPARE(contents("useronline/gam_0_<today>.txt"_s), banners("C"_s));
-    QCOMPARE(contents("offline/alpha_off"_s), banners("SeS"_s));
-    QCOMPARE(contents("offline/delta_off_0_<today>.txt"_s), banners("S"_s));
-    const QString connectedAt = readLines(logFile(onUser)).value(1).mid(3, 19);
-    QVERIFY(connectedAt > readLines(logFile("offline/alpha_off"_s)).value(1).mid(2, 19));
-}
-
-void TestWriter::customNames_data()
-{
-    for (const char* column : {"name", "offlineLog", "onlinePrint"}) // "-": no settings file
-        QTest::addColumn<QString>(column);
-    addRow("no settings file", "-", "offline/user_print_file_off", "useronline/user_print_file");
-    addRow("empty", "", "offline/_off", "useronline/");
-    addRow("subdirectory", "cell/arm", "offline/cell/arm_off", "useronline/cell/arm");
-    addRow("parent", "../up", "up_off", "up");
-}
-
-// The name is used as it stands: "/" leads into a subdirectory, ".." out of the log directory.
-void TestWriter::customNames()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, offlineLog);
-    QFETCH(QString, onlinePrint);
-    if (name != "-"_s)
-        _tree->writeCustomLogName(name);
-    QVERIFY(QDir().mkpath(logFile("offline/cell"_s)) &&
-            QDir().mkpath(logFile("useronline/cell"_s)));
-    UserLogWriter writer;
-    apply(writer, "ece"_s);
-    QCOMPARE(contents(offlineLog), banners("Se"_s));
-    QCOMPARE(contents(onlinePrint + "_0_<today>.txt"_s), banners("CE"_s));
-}
-
-void TestWriter::entries_data()
-{
-    for (const char* column :
-         {"form", "level", "text", "line", "printed"}) // text: all three fields
-        QTest::addColumn<QString>(column);
-    addRow("single, level 6", "single", "6", "x", "-- x -- <x> <log> x", "yes");
-    addRow("single, level 5", "single", "5", "x", "-- x -- <x> <log> x", "");
-    addRow("batch, level 5", "batch", "5", "x", "-- x -- <x> <printinfo> x", "yes");
-    addRow("batch, level 6", "batch", "6", "x", "-- x -- <x> <log> x", "");
-    addRow("single, a blank", "single", "2", " ", "--   -- < > <info>  ", "");
-    addRow("batch, empty fields", "batch", "2", "", "--  -- <> <info> ", "");
-    const QString odd = "a"_s + QChar(0) + "b"_s + QChar(0xD800) + "c"_s + QChar(0xDC00) + "d"_s;
-    QTest::newRow("NUL and lone surrogates")
-        << "batch"_s
-        << "5"_s << odd << "-- %1 -- <%1> <printinfo> %1"_s.arg(odd) << "yes"_s;
-}
-
-// The print file is opened for every entry, even when no line goes there.
-void TestWriter::entries()
-{
-    QFETCH(QString, form);
-    QFETCH(QString, level);
-    QFETCH(QString, text);
-    QFETCH(QString, line);
-    QFETCH(QString, printed);
-    FreshWriter w;
-    w.record(form == "batch"_s, text, text, text, level.toInt());
-    const QTextCodec* codec = QTextCodec::codecForLocale(); // what the text stream writes in
-    const QStringList lines{codec->toUnicode(codec->fromUnicode(line))};
-    QCOMPARE(readLines(w.userLog), lines);
-    QVERIFY(QFileInfo(w.printFile).isFile());
-    QCOMPARE(readLines(w.printFile), printed.isEmpty() ? QStringList() : lines);
-}
-
-// A batch goes whole into the files chosen at its start; a size limit it crosses
-// counts from the next event on.
-void TestWriter::batchStaysInItsFiles()
-{
-    FreshWriter w;
-    QVERIFY(fill(w.userLog, logfiles::maxLogFileSize - 10) &&
-            fill(w.printFile, logfiles::maxLogFileSize - 10));
-    w.writer.receiveUserLogs(QList<LogInformation>{
-        {"T"_s, "B"_s, "a"_s, 5}, {"T"_s, "B"_s, "b"_s, 2}, {"T"_s, "B"_s, "c"_s, 5}});
-    w.record(false, "B"_s, "T"_s, "d"_s, 6);
-    const QString a = "-- T -- <B> <printinfo> a"_s, c = "-- T -- <B> <printinfo> c"_s;
-    QCOMPARE(readLines(w.userLog).mid(1), (QStringList{a, "-- T -- <B> <info> b"_s, c}));
-    QCOMPARE(readLines(w.printFile).mid(1), (QStringList{a, c}));
-    const QStringList d{"-- T -- <B> <log> d"_s};
-    QCOMPARE(readLines(w.tree.path("log/online/user_log_file_1.txt"_s)), d);
-    QCOMPARE(readLines(w.tree.path("log/useronline/user_print_file_1_"_s + today() + ".txt"_s)), d);
-}
-
-// An entry keeps 100 user logs and 500 ".txt" files beside the print file.
-void TestWriter::retentionLimits()
-{
-    FreshWriter w;
-    const QString printDir = w.tree.path("log/useronline/"_s);
-    for (int i = 0; i < 100; ++i)
-        QVERIFY(makeFile(w.tree.path("log/online/user_log_file_%1.txt"_s.arg(i))));
-    for (int i = 0; i < 501; ++i)
-        QVERIFY(makeFile(printDir + "note_%1.txt"_s.arg(i)));
-    const QDateTime longAgo = QDateTime::currentDateTime().addDays(-1);
-    QVERIFY(setFileTimes(printDir + "note_7.txt"_s, longAgo, longAgo));
-    w.record(false, "B"_s, "T"_s, "x"_s, 6);
-    QCOMPARE(fileNames(w.tree.path("log/online"_s)).size(), 99);
-    QVERIFY(!QFile::exists(w.tree.path("log/online/user_log_file_0.txt"_s)));
-    QCOMPARE(readLines(w.tree.path("log/online/user_log_file_99.txt"_s)),
-             QStringList{"-- T -- <B> <log> x"_s});
-    QCOMPARE(fileNames(printDir).size(), 501); // one deleted, the print file added
-    QVERIFY(!QFile::exists(printDir + "note_7.txt"_s));
-}
-
-void TestWriter::faults_data()
-{
-    // event: single, batch or connect; "null", "empty" and "no entries" refused input. blocker:
-    // a file made there, or USER or PRINT: the current user log or print file made a directory.
-    // messages: "|" between them, %P the blocked file, %E the error text of its open.
-    // userLog: "made" when it was opened before the print file failed.
-    for (const char* column : {"event", "blocker", "messages", "userLog"})
-        QTest::addColumn<QString>(column);
-    const char* noDir = "make log dir failed!|error, can not make log dir!";
-    addRow("single, null message", "null", "", "no log information to write!", "");
-    addRow("single, empty message", "empty", "", "no log information to write!", "");
-    addRow("batch, no entries", "no entries", "", "received empty log list!", "");
-    addRow("single, no log directory", "single", "log", noDir, "");
-    addRow("batch, no log directory", "batch", "log", noDir, "");
-    addRow("connect, no log directory", "connect", "log", noDir, "");
-    addRow("single, user log", "single", "log/online", "open log file error2:%E", "");
-    addRow("batch, user log", "batch", "log/online", "open log file error3:%E", "");
-    addRow("connect, user log", "connect", "USER", "open log file error1(%P):%E", "");
-    addRow("single, print file", "single", "log/useronline",
-           "make log dir succeded!|open log file error3:%E", "made");
-    addRow("batch, print file", "batch", "PRINT", "make log dir succeded!|open log file error3:%E",
-           "made");
-    addRow("connect, print file", "connect", "PRINT",
-           "make log dir succeded!|open log file error1(%P):%E", "made");
-}
-
-void TestWriter::faults()
-{
-    QFETCH(QString, event);
-    QFETCH(QString, blocker);
-    QFETCH(QString, messages);
-    QFETCH(QString, userLog);
-    FreshWriter w(event != "connect"_s);
-    const QString blocked = blocker == "USER"_s    ? w.userLog
-                            : blocker == "PRINT"_s ? w.printFile
-                                                   : w.tree.path(blocker);
-    if (!blocker.isEmpty())
-        QVERIFY(blocker.toUpper() == blocker ? QDir().mkpath(blocked) : makeFile(blocked));
-    // The expected texts come from the same failing open made here. The user log's
-    // path is absolute, with the native separator before the name; the print file's
-    // stays relative.
-    QFile file(blocker == "log/online"_s       ? w.userLog
-               : blocker == "log/useronline"_s ? w.printFile
-                                               : blocked);
-    QVERIFY(!messages.contains("%E"_s) ||
-            !file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text));
-    messages.replace("%E"_s, file.errorString());
-    messages.replace("%P"_s, blocker == "PRINT"_s
-                                 ? logFile(onPrint)
-                                 : userLogPath("online"_s, "user_log_file_0.txt"_s));
-    MessageCapture capture;
-    if (event == "connect"_s)
-        w.writer.setSystermConnectState(true);
-    else if (event == "no entries"_s)
-        w.writer.receiveUserLogs(QList<LogInformation>());
-    else
-        w.record(event == "batch"_s, "B"_s, "T"_s,
-                 event == "null"_s    ? QString()
-                 : event == "empty"_s ? ""_s
-                                      : "lost"_s,
-                 6);
-    QCOMPARE(capture.messages(), messages.split('|'));
-    QCOMPARE(QFileInfo(w.userLog).isFile(), !userLog.isEmpty());
-    QVERIFY(readLines(w.userLog).isEmpty());
-    QVERIFY(!QFileInfo(w.printFile).isFile());
-
-    // With the fault gone, the next entry is written normally.
-    if (!blocker.isEmpty())
-        QVERIFY(QFileInfo(blocked).isDir() ? QDir(blocked).removeRecursively()
-                                           : QFile::remove(blocked));
-    w.record(false, "B"_s, "T"_s, "back"_s, 6);
-    QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
-    QCOMPARE(readLines(w.printFile).last(), "-- T -- <B> <log> back"_s);
-}
-
-// Hosts and queued calls name these by index; moc lists quint16 as ushort.
-void TestWriter::slotIndexes()
-{
-    const QMetaObject& meta = UserLogWriter::staticMetaObject;
-    QStringList methods;
-    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
-        methods << QString::fromLatin1(meta.method(i).methodSignature()) +
-                       (meta.method(i).access() == QMetaMethod::Public ? QString()
-                                                                       : ":protected"_s);
-    QCOMPARE(methods.join(' '),
-             "setSystermConnectState(bool,bool) setSystermConnectState(bool) "
-             "setSystermConnectState() receiveUserLogs(QString,QString,QString,int) "
-             "receiveUserLogs(QString,QString,QString,UserLogLevel) "
-             "receiveUserLogs(QList<LogInformation>) receiveBccLogs(bool,QString,ushort,QString) "
-             "deleteOldestFiles(QString,int) checkTcpState():protected"_s);
-}
 
 QTEST_GUILESS_MAIN(TestWriter)
 #include "tst_writer.moc"

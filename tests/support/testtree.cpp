@@ -1,11 +1,10 @@
 #include "testtree.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
-#include <QtCore/QMutexLocker>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QTextCodec>
+
+#include <cstdio>
 
 QString today()
 {
@@ -31,11 +30,9 @@ TestTree::~TestTree()
 
 void TestTree::writeCustomLogName(const QString& name) const
 {
-    const QString ini = path("KRN/user/custom.ini"_s);
-    QDir().mkpath(QFileInfo(ini).path());
-    QFile file(ini);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        file.write("CUSTOM_LOG_NAME=" + name.toUtf8() + "\n");
+    QFile ini(path("KRN/user/custom.ini"_s));
+    if (QDir().mkpath(path("KRN/user"_s)) && ini.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        ini.write("CUSTOM_LOG_NAME=" + name.toUtf8() + "\n");
 }
 
 bool makeFile(const QString& path, qint64 size)
@@ -71,35 +68,35 @@ QStringList fileNames(const QString& dir)
     return QDir(dir).entryList(QDir::Files, QDir::Name);
 }
 
-std::atomic<MessageCapture*> MessageCapture::_active{nullptr};
+namespace {
 
-MessageCapture::MessageCapture()
+QMutex capturedMutex;
+QStringList captured;
+
+void captureDebugMessage(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
-    _active = this;
-    _previous = qInstallMessageHandler(&MessageCapture::handler);
+    QMutexLocker locker(&capturedMutex);
+    if (type == QtDebugMsg)
+        captured << message;
+    else
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+}
+
+} // namespace
+
+MessageCapture::MessageCapture() : _previous(qInstallMessageHandler(captureDebugMessage))
+{
+    QMutexLocker locker(&capturedMutex);
+    captured.clear();
 }
 
 MessageCapture::~MessageCapture()
 {
     qInstallMessageHandler(_previous);
-    _active = nullptr;
 }
 
 QStringList MessageCapture::messages() const
 {
-    QMutexLocker locker(&_mutex);
-    return _messages;
-}
-
-void MessageCapture::handler(QtMsgType type, const QMessageLogContext& context, const QString& msg)
-{
-    MessageCapture* capture = _active;
-    if (capture == nullptr)
-        return;
-    if (type == QtDebugMsg) {
-        QMutexLocker locker(&capture->_mutex);
-        capture->_messages.append(msg);
-    }
-    if (capture->_previous != nullptr)
-        capture->_previous(type, context, msg);
+    QMutexLocker locker(&capturedMutex);
+    return captured;
 }

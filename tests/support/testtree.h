@@ -5,12 +5,9 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QMutex>
-#include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
-
-#include <atomic>
 
 inline QString operator""_s(const char* text, size_t size)
 {
@@ -36,13 +33,10 @@ class TestTree
 public:
     TestTree();
     ~TestTree();
-    TestTree(const TestTree&) = delete;
-    TestTree& operator=(const TestTree&) = delete;
-
     bool isValid() const { return _valid; }
     QString root() const { return _dir.path(); }
     // <root>/<relative>, e.g. path("log/online").
-    QString path(const QString& relative) const { return root() + QLatin1Char('/') + relative; }
+    QString path(const QString& relative) const { return root() + '/' + relative; }
     // Writes <root>/KRN/user/custom.ini with CUSTOM_LOG_NAME=<name>.
     void writeCustomLogName(const QString& name) const;
 
@@ -61,7 +55,7 @@ QStringList readLines(const QString& path);
 // Names of the non-hidden files in dir, sorted.
 QStringList fileNames(const QString& dir);
 
-// Collects debug messages from every thread while it lives.
+// Collects the debug messages of every thread while it lives.
 class MessageCapture
 {
 public:
@@ -70,10 +64,6 @@ public:
     QStringList messages() const;
 
 private:
-    static void handler(QtMsgType type, const QMessageLogContext& context, const QString& msg);
-    static std::atomic<MessageCapture*> _active;
-    mutable QMutex _mutex;
-    QStringList _messages;
     QtMessageHandler _previous;
 };
 
