@@ -1,8 +1,7 @@
 // The exported facade through its public header only: the singleton and its
 // start-up banner, the batch type's names, entries and controller reports in
 // the order they were posted, and flush(). The functions run in order on one
-// singleton; "no-application" reruns this program as a host without a
-// QCoreApplication.
+// singleton.
 #include "testtree.h"
 
 #include <userlog/userlog.h>
@@ -10,7 +9,6 @@
 #include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
-#include <cstdio>
 #include <type_traits>
 
 namespace {
@@ -55,6 +53,7 @@ private slots:
                  "singalConnectedWithController(bool) "
                  "sendBccConnectState(bool,QString,ushort,QString)"_s);
     }
+
     // Posted back to back: each entry must use the state in force when its event runs,
     // whatever the log thread has done by the time it is queued. Repeated reports of
     // the same controller state are not passed on.
@@ -91,6 +90,7 @@ private slots:
         QCOMPARE(lines("log/useronline/user_print_file_0_"_s + today() + ".txt"_s).filter("<M>"_s),
                  (QStringList{t3, t4, t6, t7}));
     }
+
     // On the log thread flush() gives up at once; elsewhere it waits up to its timeout.
     void flushWaitsForTheLogThread()
     {
@@ -125,16 +125,6 @@ private slots:
         qInstallMessageHandler(previous);
         QCOMPARE(lines(offlineLog).last(), "**T** <B> <info> queued behind the block"_s);
     }
-    // Without a QCoreApplication the banner is still written on the calling thread, and
-    // flush() gives up at once instead of waiting.
-    void noApplication()
-    {
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"no-application"_s});
-        QVERIFY(child.waitForFinished(30000));
-        QCOMPARE(child.readAllStandardOutput(), QByteArray("flush: 0, banner lines: 3\n"));
-        QCOMPARE(child.exitCode(), 0);
-    }
 
 private:
     QStringList lines(const QString& path) const
@@ -145,20 +135,5 @@ private:
     TestTree _tree;
 };
 
-int main(int argc, char** argv)
-{
-    if (argc == 2 && qstrcmp(argv[1], "no-application") == 0) {
-        TestTree tree;
-        QElapsedTimer timer;
-        timer.start();
-        const bool flushed = UserLog::logger()->flush(3000) || timer.elapsed() > 1000;
-        std::printf("flush: %d, banner lines: %d\n", int(flushed),
-                    int(readLines(tree.path(offlineLog)).size()));
-        return 0;
-    }
-    QCoreApplication app(argc, argv);
-    TestFacade test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(TestFacade)
 #include "tst_facade.moc"

@@ -30,6 +30,7 @@ private slots:
         for (const auto& row : rows)
             QTest::addRow("level %d", row.first) << row.first << QString::fromUtf8(row.second);
     }
+
     void levels()
     {
         QFETCH(int, level);
@@ -40,6 +41,7 @@ private slots:
         QCOMPARE(isPrintEntry(level, EntryForm::Single), expected[2] == "single"_s);
         QCOMPARE(isPrintEntry(level, EntryForm::Batch), expected[2] == "batch"_s);
     }
+
     void lines_data()
     {
         for (const char* column : {"pattern", "time", "block", "message", "line"})
@@ -52,6 +54,7 @@ private slots:
         addRow("pattern without a marker", "header", "09:15", "B", "m", "header <B> <info> m");
         addRow("pattern with two markers", "%1|%1", "t", "B", "m", "t|t <B> <info> m");
     }
+
     void lines()
     {
         QFETCH(QString, pattern);

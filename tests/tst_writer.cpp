@@ -78,6 +78,7 @@ struct FreshWriter
             writer.setSystermConnectState(true);
         QDir(tree.path("log"_s)).removeRecursively();
     }
+
     void entry(const QString& message, int level = 6)
     {
         writer.receiveUserLogs("B"_s, "T"_s, message, level);
@@ -109,6 +110,7 @@ private slots:
         _tree = std::make_unique<TestTree>();
         QVERIFY(_tree->isValid());
     }
+
     void cleanup() { _tree.reset(); }
     void transitions_data()
     {
@@ -125,6 +127,7 @@ private slots:
         addRow("(false, true) while online", "cSe", "C C SSe SSe");
         addRow("failed loss, next ignored, connect", "cXlolece", "CeCE eCE S S");
     }
+
     void transitions()
     {
         QFETCH(QString, ops);
@@ -139,6 +142,7 @@ private slots:
             QCOMPARE(contents(paths[i]), banners(kinds == "-"_s ? QString() : kinds));
         }
     }
+
     // The current file is found in the directory at every write, never remembered.
     void switchResetsNoIndex()
     {
@@ -152,6 +156,7 @@ private slots:
         QCOMPARE(fileNames(logFile("online"_s)).size() + fileNames(logFile("useronline"_s)).size(),
                  2);
     }
+
     // Read at start-up and at every connect, a reconnect too; never at a loss. The
     // names differ in length: no stale settings cache.
     void customNameReadAtEachConnect()
@@ -170,6 +175,7 @@ private slots:
         QCOMPARE(contents("offline/alpha_off"_s), banners("SeS"_s));
         QCOMPARE(contents("offline/delta_off_0_<today>.txt"_s), banners("S"_s));
     }
+
     // Single entries of level 6 and batch entries of level 5 are copied to the print
     // file, which is opened for every entry. A batch goes whole into the files chosen
     // at its start; a size limit it crosses counts from the next event on.
@@ -195,6 +201,7 @@ private slots:
         QCOMPARE(readLines(w.tree.path("log/useronline/user_print_file_1_"_s + today() + ".txt"_s)),
                  d);
     }
+
     // An entry keeps 100 user logs and 500 ".txt" files beside the print file.
     void retentionLimits()
     {
@@ -213,10 +220,12 @@ private slots:
         QCOMPARE(fileNames(printDir).size(), 501); // one deleted, the print file added
         QVERIFY(!QFile::exists(printDir + "note_7.txt"_s));
     }
+
     void faults_data()
     {
-        // event: single, batch or connect; "null", "empty" and "no entries" refused input. blocker:
-        // a file made there, or USER or PRINT: the current user log or print file made a directory.
+        // event: single, batch, connect or bcc (a broken link: its report and first probe);
+        // "null", "empty" and "no entries" refused input. blocker: a file made there, or USER,
+        // PRINT or BCC: the current user log, print file or bcc log made a directory.
         // messages: "|" between them, %P the blocked file, %E the error text of its open.
         // userLog: "made" when it was opened before the print file failed.
         for (const char* column : {"event", "blocker", "messages", "userLog"})
@@ -237,7 +246,14 @@ private slots:
                "make log dir succeded!|open log file error3:%E", "made");
         addRow("connect, print file", "connect", "PRINT",
                "make log dir succeded!|open log file error1(%P):%E", "made");
+        addRow("bcc, no log directory", "bcc", "log",
+               "make log dir failed!|error, can not make "
+               "bcc log dir!|make log dir failed!|error, can not make bcc log dir!",
+               "");
+        addRow("bcc, bcc log", "bcc", "BCC",
+               "open bcc log file error3:%E|open bcc log file error3:%E", "");
     }
+
     void faults()
     {
         QFETCH(QString, event);
@@ -247,7 +263,9 @@ private slots:
         FreshWriter w(event != "connect"_s);
         const QString blocked = blocker == "USER"_s    ? w.userLog
                                 : blocker == "PRINT"_s ? w.printFile
-                                                       : w.tree.path(blocker);
+                                : blocker == "BCC"_s
+                                    ? w.tree.path("log/bccLog/bcc_log_file_0.txt"_s)
+                                    : w.tree.path(blocker);
         if (!blocker.isEmpty())
             QVERIFY(blocker.toUpper() == blocker ? QDir().mkpath(blocked) : makeFile(blocked));
         // The expected texts come from the same failing open made here. The user log's
@@ -265,6 +283,8 @@ private slots:
         MessageCapture capture;
         if (event == "connect"_s)
             w.writer.setSystermConnectState(true);
+        else if (event == "bcc"_s) // port 0 refuses; the writer is gone before the next probe
+            w.writer.receiveBccLogs(false, "127.0.0.1"_s, 0, "down"_s);
         else if (event == "batch"_s || event == "no entries"_s)
             w.writer.receiveUserLogs(event == "batch"_s
                                          ? QList<LogInformation>{{"T"_s, "B"_s, "l"_s, 6}}
@@ -284,6 +304,7 @@ private slots:
         QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
         QCOMPARE(readLines(w.printFile).last(), "-- T -- <B> <log> back"_s);
     }
+
     // Hosts and queued calls name these by index; moc lists quint16 as ushort.
     void slotIndexes()
     {
