@@ -1,7 +1,7 @@
 // The exported facade through its public header only: the singleton and its
 // start-up banner, the batch type's names, entries and controller reports in
-// the order they were posted, and flush(). The functions run in order on one
-// singleton.
+// the order they were posted, from one thread and from many, and flush(). The
+// functions run in order on one singleton.
 #include "testtree.h"
 
 #include <userlog/userlog.h>
@@ -9,7 +9,9 @@
 #include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -124,6 +126,28 @@ private slots:
         QVERIFY(log->flush(10000));
         qInstallMessageHandler(previous);
         QCOMPARE(lines(offlineLog).last(), "**T** <B> <info> queued behind the block"_s);
+    }
+
+    // Eight host threads at once, singles and batches: every line arrives, each
+    // thread's in the order it logged them.
+    void concurrentHosts()
+    {
+        UserLog* log = UserLog::logger();
+        std::vector<std::thread> hosts;
+        for (int t = 0; t < 8; ++t)
+            hosts.emplace_back([t, log] {
+                for (int i = 0; i < 2000; i += 2) {
+                    log->recordLog("H"_s, "T"_s, "%1 %2"_s.arg(t).arg(i), 6);
+                    log->recordLog({{"T"_s, "H"_s, "%1 %2"_s.arg(t).arg(i + 1), 5}});
+                }
+            });
+        for (std::thread& host : hosts)
+            host.join();
+        QVERIFY(log->flush(60000));
+        QVector<int> next(8, 0);
+        for (const QString& line : lines(offlineLog).filter("<H>"_s))
+            QCOMPARE(line.section(' ', -1).toInt(), next[line.section(' ', -2, -2).toInt()]++);
+        QCOMPARE(next, QVector<int>(8, 2000));
     }
 
 private:

@@ -1,10 +1,9 @@
-// userlog-host driven end to end in temporary trees, and a host that quits with
-// the log thread still busy: this program itself, started as "tst_host quit-child".
+// userlog-host stopping at a bad scenario line, and a host that quits with the
+// log thread still busy: this program itself, started as "tst_host quit-child".
 #include "testtree.h"
 
 #include <userlog/userlog.h>
 
-#include <QtCore/QDirIterator>
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
@@ -53,36 +52,6 @@ class TestHost : public QObject
     Q_OBJECT
 
 private slots:
-    // Without --root the tree is a fresh directory in the temporary directory, printed
-    // first; --custom-log-name names the print files.
-    void exampleShiftWithSettings()
-    {
-        TestTree tree;
-        const QString temp = tree.path("tmp"_s);
-        QVERIFY(QDir().mkpath(temp) && qputenv("TMPDIR", temp.toLocal8Bit()));
-        QProcess host;
-        QCOMPARE(run(host, USERLOG_HOST, {"--custom-log-name"_s, "shift_b"_s, USERLOG_EXAMPLES}),
-                 0);
-        const QString out = host.readAllStandardOutput();
-        const QRegularExpressionMatch printed =
-            QRegularExpression("^log tree: ("_s + QRegularExpression::escape(temp) + "/[^\n]+)\n"_s)
-                .match(out);
-        QVERIFY2(printed.hasMatch(), qPrintable(out));
-        QMap<QString, int> lineCounts; // per file below log/, dates as DATE
-        const QString logRoot = printed.captured(1) + "/log"_s;
-        for (QDirIterator it(logRoot, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
-            const QString path = it.next();
-            lineCounts[QDir(logRoot).relativeFilePath(path).replace(today(), "DATE"_s)] =
-                readLines(path).size();
-        }
-        const QMap<QString, int> expected{{"bccLog/bcc_log_file_0.txt"_s, 6},
-                                          {"offline/shift_b_off"_s, 6},
-                                          {"offline/shift_b_off_0_DATE.txt"_s, 3},
-                                          {"online/user_log_file_0.txt"_s, 20},
-                                          {"useronline/shift_b_0_DATE.txt"_s, 12}};
-        QCOMPARE(lineCounts, expected);
-    }
-
     // A bad line ends the replay: line 1 is on disk, nothing after the bad line is.
     void badLine()
     {
