@@ -10,48 +10,6 @@
 
 #include <algorithm>
 
-namespace {
-
-// What lnav should make of a file's lines, one "line|time|level|block|tag|address|body"
-// per entry. A user-log line with another time text than "yyyy-MM-dd hh:mm:ss"
-// keeps its level and takes the time of the entry before it, except a "log" line:
-// that one, like a separator, continues the entry before it.
-QStringList expectedEntries(const QStringList& lines)
-{
-    static const QRegularExpression user(
-        R"(^(?:-- (.*?) --|\*\*(.*?)\*\*) <(.*?)> <(info|warn|erro|printinfo|log)> (.*)$)");
-    static const QRegularExpression bcc(
-        R"(^-- (\S+ \S+) -- ((?:bcc (connected) to|bcc connection with .* is (broken),|)"
-        R"(tcp (lost) connection with|tcp connection with .* is (ok)$).*)$)");
-    static const QRegularExpression wellFormed(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$)");
-    QStringList entries;
-    QString time; // of the last entry
-    for (int i = 0; i < lines.size(); ++i) {
-        const QRegularExpressionMatch u = user.match(lines[i]), b = bcc.match(lines[i]);
-        const QString ownTime = u.captured(1) + u.captured(2) + b.captured(1);
-        const QString tag =
-            u.captured(4) + b.captured(3) + b.captured(4) + b.captured(5) + b.captured(6);
-        const bool timed = wellFormed.match(ownTime).hasMatch();
-        if (!b.hasMatch() && !(u.hasMatch() && (timed || tag != "log"))) {
-            if (!u.hasMatch() && !lines[i].startsWith("//---"))
-                return {"not a line the library writes: " + lines[i]};
-            if (!entries.isEmpty())
-                entries.last() += "\n" + lines[i];
-            continue;
-        }
-        time = timed ? ownTime + ".000" : time;
-        const QString level = QStringList{"erro", "broken"}.contains(tag) ? "error"
-                              : QStringList{"warn", "lost"}.contains(tag) ? "warning"
-                                                                          : "info";
-        entries << QString("%1|%2|%3|%4|%5|%6|%7")
-                       .arg(QString::number(i), time, level, u.captured(3), tag,
-                            b.hasMatch() ? "127.0.0.1" : "", u.captured(5) + b.captured(2));
-    }
-    return entries;
-}
-
-} // namespace
-
 class TestLnav : public QObject
 {
     Q_OBJECT
@@ -67,21 +25,18 @@ class TestLnav : public QObject
         return (ok ? "" : "lnav failed: ") + process.readAll();
     }
 
-    // What row makes of each entry lnav shows for the files matching glob, in its
-    // order, after command (by default one that changes nothing). The lines before
-    // a file's first entry, which lnav shows as an entry of level unknown, are left
-    // out.
-    QStringList entries(const QString& glob, const QString& row,
-                        const QString& command = ":hide-file nothing")
+    // The entries lnav shows for the files matching glob, in its order, after command
+    // (by default one that changes nothing). The lines before a file's first entry,
+    // which lnav shows as an entry of level unknown, are left out.
+    QJsonArray entries(const QString& glob, const QString& command = ":hide-file nothing")
     {
-        const QString query =
-            ";SELECT " + row + " AS row FROM varnor_userlog WHERE log_level != 'unknown'";
         const QByteArray output =
-            lnav({"-n", glob, "-c", command, "-c", query, "-c", ":write-json-to -"});
-        QStringList rows;
-        for (const QJsonValue& entry : QJsonDocument::fromJson(output).array())
-            rows << entry["row"].toString();
-        return output.startsWith("lnav failed") ? QStringList{output} : rows;
+            lnav({"-n", glob, "-c", command, "-c",
+                  ";SELECT log_line, log_time, log_level, block, tag, bcc_address, log_body, "
+                  "log_raw_text FROM varnor_userlog WHERE log_level != 'unknown'",
+                  "-c", ":write-json-to -"});
+        return output.startsWith("lnav failed") ? QJsonArray{QString(output)}
+                                                : QJsonDocument::fromJson(output).array();
     }
 
     TestTree _tree;
@@ -124,20 +79,54 @@ private slots:
             QTest::newRow(qPrintable(file.mid(_tree.root().size() + 1))) << file;
     }
 
-    // One file at a time, so that lnav's line numbers are the file's, then a CRLF
-    // copy of it: a body of several lines keeps the CR of its inner line ends.
+    // One file at a time, so that lnav's line numbers are the file's. Each entry
+    // spans its line and the lines that continue it (banner separators, and a
+    // "<log>" line whose time is not "yyyy-MM-dd hh:mm:ss"); its fields are the
+    // line's, its level follows the tag, and a line without a well-formed time
+    // takes the time of the entry before. A CRLF copy reads the same.
     void everyLineParsed()
     {
         QFETCH(QString, file);
-        const QString row = "printf('%d|%s|%s|%s|%s|%s|%s', log_line, log_time, log_level, "
-                            "block, tag, bcc_address, replace(log_body, char(13, 10), char(10)))";
-        const QStringList expected = expectedEntries(readLines(file));
-        QCOMPARE(entries(file, row), expected);
+        static const QRegularExpression timed(
+            R"(^(?:-- |\*\*)(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)(?: -- |\*\* ))");
+        const QStringList lines = readLines(file);
+        const QJsonArray rows = entries(file);
+        QVERIFY2(!rows.isEmpty() && rows[0].isObject(), qPrintable(rows[0].toString()));
+        const int first = rows[0]["log_line"].toInt();
+        QCOMPARE(lines.mid(0, first).filter(QRegularExpression("^//-+$")).size(), first);
+        QStringList raw;
+        QString time;
+        for (const QJsonValue& row : rows) {
+            const QStringList text = row["log_raw_text"].toString().split('\n');
+            const QString tag = row["tag"].toString(), body = row["log_body"].toString();
+            for (const QString& line : text.mid(1))
+                QVERIFY2(line.startsWith("//---") ||
+                             (line.contains("> <log> ") && !timed.match(line).hasMatch()),
+                         qPrintable(line));
+            QVERIFY2(text.join('\n').endsWith(row["block"].isNull()
+                                                  ? " -- " + body
+                                                  : "<" + row["block"].toString() + "> <" + tag +
+                                                        "> " + body),
+                     qPrintable(text.join('\n')));
+            const QString own = timed.match(text[0]).captured(1);
+            time = own.isEmpty() ? time : own + ".000";
+            QCOMPARE(row["log_time"].toString(), time);
+            const QString level = QStringList{"erro", "broken"}.contains(tag) ? "error"
+                                  : QStringList{"warn", "lost"}.contains(tag) ? "warning"
+                                                                              : "info";
+            QCOMPARE(row["log_level"].toString(), level);
+            QCOMPARE(row["bcc_address"].toString(), row["block"].isNull() ? "127.0.0.1" : "");
+            raw << text;
+        }
+        QCOMPARE(raw, lines.mid(first));
         QFile copy(_tree.root() + "/crlf-copy");
         QVERIFY(copy.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-                copy.write((readLines(file).join("\r\n") + "\r\n").toUtf8()) > 0);
+                copy.write((lines.join("\r\n") + "\r\n").toUtf8()) > 0);
         copy.close();
-        QCOMPARE(entries(copy.fileName(), row), expected);
+        const auto withoutCr = [](const QJsonArray& rows) {
+            return QJsonDocument(rows).toJson().replace("\\r", "");
+        };
+        QCOMPARE(withoutCr(entries(copy.fileName())), withoutCr(rows));
     }
 
     // The tree as one glob: every entry of every file, in time order across the
@@ -145,10 +134,12 @@ private slots:
     // print file begun by the event that began a user log, until ":show-file *".)
     void mergedTimeline()
     {
-        const QStringList times = entries(_tree.root() + "/log/*/*", "log_time", ":show-file *");
+        QStringList times;
+        for (const QJsonValue& row : entries(_tree.root() + "/log/*/*", ":show-file *"))
+            times << row["log_time"].toString();
         int total = 0;
         for (const QString& file : qAsConst(_files))
-            total += expectedEntries(readLines(file)).size();
+            total += entries(file).size();
         QCOMPARE(times.size(), total);
         QVERIFY(std::is_sorted(times.begin(), times.end()));
     }
