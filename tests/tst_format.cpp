@@ -46,13 +46,9 @@ private slots:
     {
         for (const char* column : {"pattern", "time", "block", "message", "line"})
             QTest::addColumn<QString>(column);
-        addRow("online header", "-- %1 --", "09:15", "MAIN", "Go", "-- 09:15 -- <MAIN> <info> Go");
-        addRow("offline header", "**%1**", "09:15", "MAIN", "Go", "**09:15** <MAIN> <info> Go");
         addRow("markers and line breaks stay", "-- %1 --", "%L1 %2", "%1<%2>", " %1 50% \n%2 ",
                "-- %L1 %2 -- <%1<%2>> <info>  %1 50% \n%2 ");
         addRow("empty fields", "-- %1 --", "", "", "", "--  -- <> <info> ");
-        addRow("pattern without a marker", "header", "09:15", "B", "m", "header <B> <info> m");
-        addRow("pattern with two markers", "%1|%1", "t", "B", "m", "t|t <B> <info> m");
     }
 
     void lines()
