@@ -258,7 +258,7 @@ private slots:
         std::optional<UserLogWriter> writer; // its banner's messages before the capture
         if (deleting)
             writer.emplace();
-        MessageCapture capture;
+        takeMessages();
         QString path = "unchanged"_s, expected = path;
         if (deleting) {
             writer->deleteOldestFiles(here ? QString() : logDir, 500);
@@ -270,7 +270,7 @@ private slots:
             expected = made ? logDir + '/' + current.replace("<today>"_s, today()) : path;
         }
         QCOMPARE(path, expected);
-        QCOMPARE(capture.messages(),
+        QCOMPARE(takeMessages(),
                  made || deleting ? QStringList() : QStringList{"make log dir failed!"_s});
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name), kept);
         QCOMPARE(QFileInfo::exists(dir), made);

@@ -1,10 +1,12 @@
 #include "testtree.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QMutex>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QTextCodec>
 
 #include <cstdio>
+#include <utility>
 
 QString today()
 {
@@ -84,19 +86,9 @@ void captureDebugMessage(QtMsgType type, const QMessageLogContext&, const QStrin
 
 } // namespace
 
-MessageCapture::MessageCapture() : _previous(qInstallMessageHandler(captureDebugMessage))
+QStringList takeMessages()
 {
+    qInstallMessageHandler(captureDebugMessage);
     QMutexLocker locker(&capturedMutex);
-    captured.clear();
-}
-
-MessageCapture::~MessageCapture()
-{
-    qInstallMessageHandler(_previous);
-}
-
-QStringList MessageCapture::messages() const
-{
-    QMutexLocker locker(&capturedMutex);
-    return captured;
+    return std::exchange(captured, {});
 }

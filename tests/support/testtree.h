@@ -4,7 +4,6 @@
 #define TESTTREE_H
 
 #include <QtCore/QDateTime>
-#include <QtCore/QMutex>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
@@ -55,16 +54,8 @@ QStringList readLines(const QString& path);
 // Names of the non-hidden files in dir, sorted.
 QStringList fileNames(const QString& dir);
 
-// Collects the debug messages of every thread while it lives.
-class MessageCapture
-{
-public:
-    MessageCapture();
-    ~MessageCapture();
-    QStringList messages() const;
-
-private:
-    QtMessageHandler _previous;
-};
+// The debug messages of every thread since the previous call; the first call
+// starts collecting them (other messages go on to stderr).
+QStringList takeMessages();
 
 #endif // TESTTREE_H
