@@ -1,14 +1,12 @@
 // The lnav format as a service engineer relies on it: lnav reads a replayed log
 // tree, every line of every file with the level, time, block and body the line
-// formats in the README give, one timeline across the directories, a CRLF copy
-// alike, and lnav's own check accepts the format with its samples.
+// formats in the README give, a CRLF copy alike, and lnav's own check accepts
+// the format with its samples.
 #include "testtree.h"
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtTest/QtTest>
-
-#include <algorithm>
 
 class TestLnav : public QObject
 {
@@ -127,21 +125,6 @@ private slots:
             return QJsonDocument(rows).toJson().replace("\\r", "");
         };
         QCOMPARE(withoutCr(entries(copy.fileName())), withoutCr(rows));
-    }
-
-    // The tree as one glob: every entry of every file, in time order across the
-    // directories. (lnav hides a file whose first entry repeats an earlier file's, a
-    // print file begun by the event that began a user log, until ":show-file *".)
-    void mergedTimeline()
-    {
-        QStringList times;
-        for (const QJsonValue& row : entries(_tree.root() + "/log/*/*", ":show-file *"))
-            times << row["log_time"].toString();
-        int total = 0;
-        for (const QString& file : qAsConst(_files))
-            total += entries(file).size();
-        QCOMPARE(times.size(), total);
-        QVERIFY(std::is_sorted(times.begin(), times.end()));
     }
 };
 

@@ -140,24 +140,13 @@ private slots:
         }
     }
 
-    // The current file is found in the directory at every write, never remembered.
-    void switchResetsNoIndex()
+    // The custom name is read at start-up and at every connect, a reconnect too; never
+    // at a loss (the names differ in length: no stale settings cache). The current files
+    // are found in the directory at every write, never remembered: a switch resets no index.
+    void customNameAndIndexAtEachConnect()
     {
-        const QString user = "online/user_log_file_5.txt"_s,
-                      print = "useronline/user_print_file_7_x.txt"_s;
-        QVERIFY(makeFile(logFile(user)) && makeFile(logFile(print)));
-        UserLogWriter writer;
-        apply(writer, "clce"_s);
-        QCOMPARE(contents(user), banners("CLCE"_s));
-        QCOMPARE(contents(print), banners("CLCE"_s));
-        QCOMPARE(fileNames(logFile("online"_s)).size() + fileNames(logFile("useronline"_s)).size(),
-                 2);
-    }
-
-    // Read at start-up and at every connect, a reconnect too; never at a loss. The
-    // names differ in length: no stale settings cache.
-    void customNameReadAtEachConnect()
-    {
+        QVERIFY(makeFile(logFile("online/user_log_file_5.txt"_s)) &&
+                makeFile(logFile("useronline/beta22_7_x.txt"_s)));
         _tree->writeCustomLogName("alpha"_s);
         UserLogWriter writer;
         _tree->writeCustomLogName("beta22"_s);
@@ -167,10 +156,12 @@ private slots:
         _tree->writeCustomLogName("delta"_s);
         apply(writer, "S"_s);
         QCOMPARE(contents("offline/alpha_off_0_<today>.txt"_s), banners("S"_s));
-        QCOMPARE(contents("useronline/beta22_0_<today>.txt"_s), banners("CLe"_s));
+        QCOMPARE(contents("useronline/beta22_7_x.txt"_s), banners("CLe"_s));
         QCOMPARE(contents("useronline/gam_0_<today>.txt"_s), banners("C"_s));
         QCOMPARE(contents("offline/alpha_off"_s), banners("SeS"_s));
         QCOMPARE(contents("offline/delta_off_0_<today>.txt"_s), banners("S"_s));
+        QCOMPARE(contents("online/user_log_file_5.txt"_s), banners("CLC"_s));
+        QCOMPARE(fileNames(logFile("online"_s)).size(), 1);
     }
 
     // Single entries of level 6 and batch entries of level 5 are copied to the print
