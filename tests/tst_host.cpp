@@ -81,7 +81,7 @@ private slots:
         // Proof that the log thread was still behind when the quit began.
         const QString out = child.readAllStandardOutput();
         const QRegularExpressionMatch atQuit =
-            QRegularExpression("^lines at quit: (\\d+)\n"_s).match(out);
+            QRegularExpression("^lines at quit: (\\d+)\r?\n"_s).match(out);
         QVERIFY2(atQuit.hasMatch() && atQuit.captured(1).toInt() < log.size(), qPrintable(out));
     }
 };

@@ -2,8 +2,14 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QMutex>
+#include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QSysInfo>
 #include <QtCore/QTextCodec>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
 
 #include <cstdio>
 #include <utility>
@@ -56,18 +62,48 @@ bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTim
 QStringList readLines(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    if (!file.open(QIODevice::ReadOnly))
         return {};
     // Through the codec itself: the QByteArray overloads stop at a NUL.
     QString text = QTextCodec::codecForLocale()->toUnicode(file.readAll());
-    if (text.endsWith('\n'))
-        text.chop(1);
-    return text.isEmpty() ? QStringList() : text.split('\n');
+    const QString lineEnd = QSysInfo::kernelType() == "winnt"_s ? "\r\n"_s : "\n"_s;
+    if (text.endsWith(lineEnd))
+        text.chop(lineEnd.size());
+    return text.isEmpty() ? QStringList() : text.split(lineEnd);
 }
 
 QStringList fileNames(const QString& dir)
 {
     return QDir(dir).entryList(QDir::Files, QDir::Name);
+}
+
+bool FileHold::hold(const QString& path)
+{
+#ifdef Q_OS_WIN
+    const HANDLE handle =
+        CreateFileW(reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(path).utf16()),
+                    GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle != INVALID_HANDLE_VALUE)
+        _handles << handle;
+    return handle != INVALID_HANDLE_VALUE;
+#else
+    if (QProcess::execute("mount"_s, {"--bind"_s, path, path}) != 0)
+        return false;
+    _mounts << path;
+    return true;
+#endif
+}
+
+void FileHold::release()
+{
+#ifdef Q_OS_WIN
+    for (void* handle : qAsConst(_handles))
+        CloseHandle(handle);
+#endif
+    for (const QString& path : qAsConst(_mounts))
+        QProcess::execute("umount"_s, {path});
+    _handles.clear();
+    _mounts.clear();
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
+#include <QtCore/QVector>
 #include <QtTest/QTest>
 
 inline QString operator""_s(const char* text, size_t size)
@@ -49,10 +50,26 @@ private:
 bool makeFile(const QString& path, qint64 size = 0);
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified);
 // The file's lines without their line ends, decoded as the library encodes them;
-// empty when the file is missing.
+// empty when the file is missing. Lines end in CRLF on Windows and in LF elsewhere;
+// any other line end stays in the text.
 QStringList readLines(const QString& path);
 // Names of the non-hidden files in dir, sorted.
 QStringList fileNames(const QString& dir);
+
+// Keeps files from being deleted until release(): on Windows held open without
+// sharing, as a viewer may hold a log; elsewhere bind-mounted over themselves,
+// which needs root.
+class FileHold
+{
+public:
+    ~FileHold() { release(); }
+    bool hold(const QString& path);
+    void release();
+
+private:
+    QVector<void*> _handles;
+    QStringList _mounts;
+};
 
 // The debug messages of every thread since the previous call; the first call
 // starts collecting them (other messages go on to stderr).
