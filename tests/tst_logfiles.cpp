@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <tuple>
+#include <vector>
 
 using namespace logfiles;
 
@@ -199,7 +200,7 @@ private slots:
 
     void cleanup()
     {
-        _held.release();
+        _held.clear();
         _tree.reset();
     }
 
@@ -337,14 +338,14 @@ private:
             if (flags.contains('r') || flags.toInt() > 0)
                 setFileTimes(path, flags.contains('r') ? now.addDays(-1) : now,
                              now.addDays(-flags.toInt()));
-            if (!made || (flags.contains('b') && !_held.hold(path)))
+            if (!made || (flags.contains('b') && !_held.emplace_back(holdFile(path))))
                 return false;
         }
         return true;
     }
 
     std::unique_ptr<TestTree> _tree;
-    FileHold _held;
+    std::vector<std::shared_ptr<void>> _held;
 };
 
 QTEST_GUILESS_MAIN(TestLogFiles)

@@ -86,13 +86,12 @@ struct FreshWriter
     const QString printFile = tree.path("log/useronline/user_print_file_0_"_s + today() + ".txt"_s);
 };
 
-// Leaves the file 10 bytes short of full, in one line of '#'.
+// Leaves the file about 10 bytes short of full, in one line of '#'.
 bool fill(const QString& path)
 {
     QFile file(path);
-    const qint64 size = logfiles::maxLogFileSize - 10;
-    return file.open(QIODevice::WriteOnly) &&
-           file.write(QByteArray(int(size - 1), '#') + '\n') == size;
+    return file.open(QIODevice::WriteOnly | QIODevice::Text) &&
+           file.write(QByteArray(int(logfiles::maxLogFileSize - 11), '#') + '\n') > 0;
 }
 
 } // namespace
@@ -257,9 +256,9 @@ private slots:
                                 : blocker == "BCC"_s
                                     ? w.tree.path("log/bccLog/bcc_log_file_0.txt"_s)
                                     : w.tree.path(blocker);
-        FileHold held;
+        std::shared_ptr<void> held;
         if (!blocker.isEmpty())
-            QVERIFY(blocker == "HELD"_s            ? makeFile(blocked) && held.hold(blocked)
+            QVERIFY(blocker == "HELD"_s            ? makeFile(blocked) && (held = holdFile(blocked))
                     : blocker.toUpper() == blocker ? QDir().mkpath(blocked)
                                                    : makeFile(blocked));
         // The expected texts come from the same failing open made here. The user log's
@@ -289,7 +288,7 @@ private slots:
 
         // With the fault gone, the next entry is written normally; a file let go is
         // written into.
-        held.release();
+        held.reset();
         if (!blocker.isEmpty() && blocker != "HELD"_s)
             QVERIFY(QFileInfo(blocked).isDir() ? QDir(blocked).removeRecursively()
                                                : QFile::remove(blocked));

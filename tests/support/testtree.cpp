@@ -77,33 +77,21 @@ QStringList fileNames(const QString& dir)
     return QDir(dir).entryList(QDir::Files, QDir::Name);
 }
 
-bool FileHold::hold(const QString& path)
+std::shared_ptr<void> holdFile(const QString& path)
 {
 #ifdef Q_OS_WIN
     const HANDLE handle =
         CreateFileW(reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(path).utf16()),
                     GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle != INVALID_HANDLE_VALUE)
-        _handles << handle;
-    return handle != INVALID_HANDLE_VALUE;
+    return handle == INVALID_HANDLE_VALUE ? nullptr : std::shared_ptr<void>(handle, CloseHandle);
 #else
     if (QProcess::execute("mount"_s, {"--bind"_s, path, path}) != 0)
-        return false;
-    _mounts << path;
-    return true;
+        return nullptr;
+    return std::shared_ptr<void>(new QString(path), [](void* mounted) {
+        QProcess::execute("umount"_s, {*static_cast<QString*>(mounted)});
+        delete static_cast<QString*>(mounted);
+    });
 #endif
-}
-
-void FileHold::release()
-{
-#ifdef Q_OS_WIN
-    for (void* handle : qAsConst(_handles))
-        CloseHandle(handle);
-#endif
-    for (const QString& path : qAsConst(_mounts))
-        QProcess::execute("umount"_s, {path});
-    _handles.clear();
-    _mounts.clear();
 }
 
 namespace {

@@ -6,8 +6,9 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
-#include <QtCore/QVector>
 #include <QtTest/QTest>
+
+#include <memory>
 
 inline QString operator""_s(const char* text, size_t size)
 {
@@ -56,20 +57,10 @@ QStringList readLines(const QString& path);
 // Names of the non-hidden files in dir, sorted.
 QStringList fileNames(const QString& dir);
 
-// Keeps files from being deleted until release(): on Windows held open without
-// sharing, as a viewer may hold a log; elsewhere bind-mounted over themselves,
-// which needs root.
-class FileHold
-{
-public:
-    ~FileHold() { release(); }
-    bool hold(const QString& path);
-    void release();
-
-private:
-    QVector<void*> _handles;
-    QStringList _mounts;
-};
+// Keeps the file from being deleted while the result lives: on Windows held open
+// without sharing, as a viewer may hold a log; elsewhere bind-mounted over itself,
+// which needs root. Null when that failed.
+std::shared_ptr<void> holdFile(const QString& path);
 
 // The debug messages of every thread since the previous call; the first call
 // starts collecting them (other messages go on to stderr).
