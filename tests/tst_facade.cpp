@@ -6,7 +6,6 @@
 
 #include <userlog/userlog.h>
 
-#include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
 #include <thread>
@@ -63,20 +62,16 @@ private slots:
     {
         UserLog* log = UserLog::logger();
         QSignalSpy reports(log, &UserLog::singalConnectedWithController);
-        const auto single = [log](const QString& time) { log->recordLog("M"_s, time, "s"_s, 6); };
-        const auto batch = [log](const QString& time) {
-            log->recordLog({{time, "M"_s, "b"_s, 5}});
-        };
-        single("T1"_s);
-        batch("T2"_s);
+        log->recordLog("M"_s, "T1"_s, "s"_s, 6);
+        log->recordLog({{"T2"_s, "M"_s, "b"_s, 5}});
         log->connectedWithController(true);
         log->connectedWithController(true);
-        single("T3"_s);
+        log->recordLog("M"_s, "T3"_s, "s"_s, 6);
         log->recordLog({{"T4"_s, "M"_s, "b"_s, 5}, {"T5"_s, "M"_s, "i"_s, 2}});
         log->connectedWithController(false);
         log->connectedWithController(false);
-        single("T6"_s);
-        batch("T7"_s);
+        log->recordLog("M"_s, "T6"_s, "s"_s, 6);
+        log->recordLog({{"T7"_s, "M"_s, "b"_s, 5}});
         QVERIFY(log->flush(10000));
         QCOMPARE(reports.count(), 2);
 

@@ -8,7 +8,6 @@
 #include "userlog/writer/logfiles.h"
 #include "userlog/writer/userlogwriter.h"
 
-#include <QtCore/QRandomGenerator>
 #include <QtTest/QtTest>
 
 #include <algorithm>
@@ -304,10 +303,9 @@ private slots:
     void randomDirectories()
     {
         QFETCH(bool, dated);
-        bool ok = false;
-        quint32 first = qEnvironmentVariable("USERLOG_PROPERTY_SEED").toUInt(&ok);
-        if (!ok)
-            first = QRandomGenerator::system()->generate();
+        const QString replay = qEnvironmentVariable("USERLOG_PROPERTY_SEED");
+        const quint32 first =
+            replay.isEmpty() ? QRandomGenerator::system()->generate() : replay.toUInt();
         QLoggingCategory::setFilterRules("default.debug=false"_s); // the directory messages
         for (quint32 seed = first; seed != first + 300; ++seed) {
             const QString failure = checkRandomDirectory(seed, dated);

@@ -5,7 +5,6 @@
 #include "userlog/writer/logfiles.h"
 #include "userlog/writer/userlogwriter.h"
 
-#include <QtCore/QTextCodec>
 #include <QtTest/QtTest>
 
 #include <memory>
@@ -41,7 +40,6 @@ QStringList contents(const QString& path)
     return withoutTimes(readLines(logFile(path)));
 }
 
-const QString onUser = "online/user_log_file_0.txt"_s;
 const QString onPrint = "useronline/user_print_file_0_<today>.txt"_s;
 
 // Ops on the writer: c connect and l lose, n the no-argument loss, C and S the forms
@@ -130,7 +128,8 @@ private slots:
         QFETCH(QString, files);
         UserLogWriter writer;
         apply(writer, ops);
-        const QString paths[] = {onUser, onPrint, "offline/user_print_file_off"_s,
+        const QString paths[] = {"online/user_log_file_0.txt"_s, onPrint,
+                                 "offline/user_print_file_off"_s,
                                  "offline/user_print_file_off_0_<today>.txt"_s};
         for (int i = 0; i < 4; ++i) {
             const QString kinds = files.section(' ', i, i);

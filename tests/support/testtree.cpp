@@ -1,6 +1,5 @@
 #include "testtree.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QMutex>
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
@@ -29,11 +28,6 @@ TestTree::TestTree() : _previousDir(QDir::currentPath())
 {
     _valid =
         _dir.isValid() && QDir().mkpath(path("app/bin"_s)) && QDir::setCurrent(path("app/bin"_s));
-}
-
-TestTree::~TestTree()
-{
-    QDir::setCurrent(_previousDir);
 }
 
 void TestTree::writeCustomLogName(const QString& name) const

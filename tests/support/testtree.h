@@ -4,6 +4,7 @@
 #define TESTTREE_H
 
 #include <QtCore/QDateTime>
+#include <QtCore/QDir>
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
@@ -33,7 +34,7 @@ class TestTree
 {
 public:
     TestTree();
-    ~TestTree();
+    ~TestTree() { QDir::setCurrent(_previousDir); }
     bool isValid() const { return _valid; }
     QString root() const { return _dir.path(); }
     // <root>/<relative>, e.g. path("log/online").
