@@ -226,6 +226,7 @@ private slots:
 #ifndef Q_OS_WIN // QFile::link makes a shortcut there, a regular file
         addRow("dated: a link is no candidate", "dated p", "p_8_x.txt@l", "p_0_<today>.txt", "");
 #endif
+        addRow("dated: empty last part", "dated p", "p_2_x.txt p_3_.txt", "p_3_.txt", "");
         // A custom name may hold wildcards; an invalid pattern matches nothing.
         addRow("dated: wildcard prefix", "dated p*", "pa_3_x.txt", "pa_3_x.txt", "");
         addRow("dated: invalid wildcard prefix", "dated p[", "p[_3_x.txt", "p[_0_<today>.txt", "");
