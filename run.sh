@@ -83,7 +83,7 @@ winpath() { printf 'Z:%s' "${1//\//\\}"; }
 
 # Exports what Wine needs to run this build's programs: a prefix of its own in
 # BUILD_DIR, initialised once, and the Qt, MinGW runtime and library DLLs on its
-# search path. Shared by the tests (through cmake/wine-run.sh) and the example.
+# search path. The tests and the package test run through cmake/wine-run.sh.
 wine_env() {
     local dir=$PWD/$1 dll search=""
     export WINEPREFIX=$dir/wine WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="

@@ -9,7 +9,7 @@
 #include <QtNetwork/QTcpServer>
 #include <QtTest/QtTest>
 
-#include <memory>
+#include <optional>
 
 class TestBcc : public QObject
 {
@@ -18,8 +18,7 @@ class TestBcc : public QObject
 private slots:
     void init()
     {
-        _tree = std::make_unique<TestTree>();
-        QVERIFY(_tree->isValid());
+        QVERIFY(_tree.emplace().isValid());
         _log = _tree->path("log/bccLog/bcc_log_file_0.txt"_s);
     }
 
@@ -115,7 +114,7 @@ private:
             .replaceInStrings(QRegularExpression("^-- T -- "_s), {});
     }
 
-    std::unique_ptr<TestTree> _tree;
+    std::optional<TestTree> _tree;
     QString _log;
 };
 

@@ -191,11 +191,7 @@ class TestLogFiles : public QObject
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        _tree = std::make_unique<TestTree>();
-        QVERIFY(_tree->isValid());
-    }
+    void init() { QVERIFY(_tree.emplace().isValid()); }
 
     void cleanup()
     {
@@ -343,7 +339,7 @@ private:
         return true;
     }
 
-    std::unique_ptr<TestTree> _tree;
+    std::optional<TestTree> _tree;
     std::vector<std::shared_ptr<void>> _held;
 };
 

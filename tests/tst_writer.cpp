@@ -8,6 +8,7 @@
 #include <QtTest/QtTest>
 
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -99,11 +100,7 @@ class TestWriter : public QObject
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        _tree = std::make_unique<TestTree>();
-        QVERIFY(_tree->isValid());
-    }
+    void init() { QVERIFY(_tree.emplace().isValid()); }
 
     void cleanup() { _tree.reset(); }
     void transitions_data()
@@ -313,7 +310,7 @@ private slots:
     }
 
 private:
-    std::unique_ptr<TestTree> _tree;
+    std::optional<TestTree> _tree;
 };
 
 QTEST_GUILESS_MAIN(TestWriter)
