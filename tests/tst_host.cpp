@@ -1,33 +1,98 @@
-// A host that quits with the log thread still busy: this program itself, started
-// as "tst_host quit-child".
+// A host that quits with the log thread still behind: this program itself,
+// started as "tst_host child <mode>". The child's log thread meets refused entries
+// (empty messages) on its way; the debug message each one prints is caught
+// here and held, so how long the log thread is busy or stalled never depends on
+// the machine's speed.
 #include "testtree.h"
 
 #include <userlog/userlog.h>
 
 #include <QtTest/QtTest>
 
+#include <atomic>
 #include <cstdio>
+#include <thread>
 
 namespace {
 
-// Quits through its event loop with a 20,000-entry batch and 500 entries still
-// queued, never flushing itself. Its quit handler runs before the library's and
-// prints how many lines were on disk when the quit began. The quit-time flush
-// waits 5 seconds at most; under Wine a single entry takes about 3 ms, a batch
-// entry far less.
-int quitChild(QCoreApplication& app)
+// What the log thread does at each refused entry, in the order they are posted.
+enum class Cue
 {
+    WaitForQuit, // until the child's own quit handler has run
+    TakeASecond,
+    Hang, // for good, as on a hung network share
+};
+
+QVector<Cue> cues;
+std::atomic<int> nextCue{0};
+QSemaphore quitBegan;
+
+void onMessage(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    if (message != "no log information to write!"_s) {
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+        return;
+    }
+    switch (cues.at(nextCue++)) {
+    case Cue::WaitForQuit:
+        quitBegan.acquire();
+        break;
+    case Cue::TakeASecond:
+        QThread::sleep(1);
+        break;
+    case Cue::Hang:
+        for (;;)
+            QThread::sleep(60);
+    }
+}
+
+void refuse(Cue cue)
+{
+    cues.append(cue);
+    UserLog::logger()->recordLog("CUE"_s, "T"_s, QString(), 2);
+}
+
+void entries(int from, int to)
+{
+    for (int i = from; i < to; ++i)
+        UserLog::logger()->recordLog("HOST"_s, "T"_s, QString::number(i), 2);
+}
+
+// Posts a mode's calls behind a first cue that holds the log thread until the
+// quit has begun, and quits through the event loop without flushing.
+int quitChild(QCoreApplication& app, const QString& mode)
+{
+    qInstallMessageHandler(onMessage);
+    // Connected before the library's own handler, so it runs first.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, [] {
         std::printf("lines at quit: %d\n",
                     int(readLines("../../log/offline/user_print_file_off"_s).size()));
+        std::fflush(stdout);
+        quitBegan.release();
     });
-    UserLog* log = UserLog::logger();
-    QList<LogInformation> busy;
-    for (int i = 0; i < 20000; ++i)
-        busy.append({"08:00"_s, "BUSY"_s, QString::number(i), 2});
-    log->recordLog(busy);
-    for (int i = 0; i < 500; ++i)
-        log->recordLog("QUIT"_s, "08:01"_s, QString::number(i), 2);
+    const auto post = [&mode] {
+        refuse(Cue::WaitForQuit);
+        if (mode == "worker"_s) {
+            QList<LogInformation> batch;
+            for (int i = 0; i < 20000; ++i)
+                batch.append({"T"_s, "BATCH"_s, QString::number(i), 2});
+            UserLog::logger()->recordLog(batch);
+            entries(0, 500);
+        } else if (mode == "busy"_s) {
+            for (int i = 0; i < 12; ++i) {
+                entries(i, i + 1);
+                refuse(Cue::TakeASecond);
+            }
+        } else {
+            entries(0, 3);
+            refuse(Cue::Hang);
+            entries(3, 7);
+        }
+    };
+    if (mode == "worker"_s)
+        std::thread(post).join(); // the first logger() call, on a thread gone before the quit
+    else
+        post();
     QTimer::singleShot(0, &app, &QCoreApplication::quit);
     return app.exec();
 }
@@ -39,30 +104,53 @@ class TestHost : public QObject
     Q_OBJECT
 
 private slots:
-    // Only the library's quit-time flush keeps the child alive until all is written.
-    void quitWithoutLoss()
+    void quit_data()
     {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("entriesWritten");
+        QTest::addColumn<QString>("lastLine");
+        QTest::addColumn<QString>("stallMessage");
+        QTest::newRow("first call on a worker thread that ended: everything written")
+            << "worker"_s << 20500 << "**T** <HOST> <info> 499"_s << QString();
+        QTest::newRow("busy for 12 s, never 5 s without progress: everything written")
+            << "busy"_s << 12 << "**T** <HOST> <info> 11"_s << QString();
+        QTest::newRow("stalled: given up after 5 s, the calls left counted")
+            << "stall"_s << 3 << "**T** <HOST> <info> 2"_s
+            << "log thread stalled for 5 s at quit: 5 calls left unwritten"_s;
+    }
+
+    void quit()
+    {
+        QFETCH(QString, mode);
+        QFETCH(int, entriesWritten);
+        QFETCH(QString, lastLine);
+        QFETCH(QString, stallMessage);
         TestTree tree;
         QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"quit-child"_s});
-        QVERIFY(child.waitForFinished(60000) && child.exitStatus() == QProcess::NormalExit);
+        QElapsedTimer clock;
+        clock.start();
+        child.start(QCoreApplication::applicationFilePath(), {"child"_s, mode});
+        QVERIFY(child.waitForFinished(120000) && child.exitStatus() == QProcess::NormalExit);
+        qInfo("%s: the child ran %lld ms", qPrintable(mode), clock.elapsed());
+        const QString out = child.readAllStandardOutput(), err = child.readAllStandardError();
         QCOMPARE(child.exitCode(), 0);
         const QStringList log = readLines(tree.path("log/offline/user_print_file_off"_s));
-        QCOMPARE(log.size(), 3 + 20000 + 500);
-        QVERIFY(log.last().endsWith("<QUIT> <info> 499"_s));
-        // Proof that the log thread was still behind when the quit began.
-        const QString out = child.readAllStandardOutput();
-        const QRegularExpressionMatch atQuit =
-            QRegularExpression("^lines at quit: (\\d+)\r?\n"_s).match(out);
-        QVERIFY2(atQuit.hasMatch() && atQuit.captured(1).toInt() < log.size(), qPrintable(out));
+        QCOMPARE(log.size(), 3 + entriesWritten);
+        QCOMPARE(log.last(), lastLine);
+        // Nothing but the start-up banner was on disk when the quit began.
+        QVERIFY2(QRegularExpression("^lines at quit: 3\r?\n$"_s).match(out).hasMatch(),
+                 qPrintable(out));
+        const QStringList messages = err.split(QRegularExpression("\r?\n"_s), Qt::SkipEmptyParts);
+        QCOMPARE(messages.filter("stalled"_s),
+                 stallMessage.isEmpty() ? QStringList() : QStringList{stallMessage});
     }
 };
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (argc == 2 && qstrcmp(argv[1], "quit-child") == 0)
-        return quitChild(app);
+    if (argc == 3 && qstrcmp(argv[1], "child") == 0)
+        return quitChild(app, QString::fromLocal8Bit(argv[2]));
     TestHost test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -1,15 +1,38 @@
 #include "userlog.h"
 
+#include "backlog.h"
 #include "userlogthread.h"
 #include "writer/userlogwriter.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QSemaphore>
 #include <QtCore/QSharedPointer>
 
 namespace {
-// How long a quitting application may wait for the log thread to catch up.
-constexpr int quitFlushTimeoutMs = 5000;
+// A quitting application waits for the log thread as long as it keeps working;
+// this long without any finished work means a hung disk or share.
+constexpr int quitStallTimeoutMs = 5000;
+// How often the quit looks at the log thread's work count meanwhile.
+constexpr int quitPollMs = 100;
+
+// Posts a marker behind every call posted so far; the semaphore is released when
+// the log thread reaches it. Null when it never could be: without an application
+// object the log thread's loop delivers nothing, and on the log thread itself
+// the marker could not run while its caller waits.
+QSharedPointer<QSemaphore> postMarker(UserLogWriter* writer, UserLogThread* thread)
+{
+    if (QCoreApplication::instance() == nullptr || QThread::currentThread() == thread ||
+        !thread->isRunning())
+        return nullptr;
+    // Shared ownership keeps the semaphore alive if the caller gives up first.
+    // QSharedPointer rather than std::shared_ptr: the latter's control block
+    // would leave exported weak std:: symbols in the library.
+    auto handled = QSharedPointer<QSemaphore>::create(0);
+    QMetaObject::invokeMethod(
+        writer, [handled] { handled->release(); }, Qt::QueuedConnection);
+    return handled;
+}
 } // namespace
 
 UserLog* UserLog::_logger = nullptr;
@@ -49,9 +72,11 @@ UserLog::UserLog(QObject* parent) : QObject(parent)
     _thread->start();
 
     // A functor connection adds no meta-method, so the class's signal and slot
-    // indexes stay as they are.
+    // indexes stay as they are. Direct: this object lives on the thread of the
+    // first call, which may have ended long before the application quits.
     if (QCoreApplication* app = QCoreApplication::instance())
-        connect(app, &QCoreApplication::aboutToQuit, this, &UserLog::flushOnApplicationQuit);
+        connect(app, &QCoreApplication::aboutToQuit, this, &UserLog::drainOnApplicationQuit,
+                Qt::DirectConnection);
 }
 
 UserLog::~UserLog()
@@ -67,16 +92,19 @@ UserLog::~UserLog()
 void UserLog::recordLog(const QString& inBlock, const QString& inTime, const QString& inLogInfo,
                         const int& inLevel)
 {
+    backlog::callPosted();
     emit sendUserLogs(inBlock, inTime, inLogInfo, inLevel);
 }
 
 void UserLog::recordLog(const QList<LogInformation>& inLogInfo)
 {
+    backlog::callPosted();
     emit sendUserLogs(inLogInfo);
 }
 
 void UserLog::recordBccLog(bool bConnect, QString ipAddr, quint16 port, QString msg)
 {
+    backlog::callPosted();
     emit sendBccConnectState(bConnect, ipAddr, port, msg);
 }
 
@@ -85,28 +113,32 @@ void UserLog::connectedWithController(bool bConnected)
     if (bConnected == _bConnectedWithController)
         return;
     _bConnectedWithController = bConnected;
+    backlog::callPosted();
     emit singalConnectedWithController(bConnected);
 }
 
 bool UserLog::flush(int msecs)
 {
-    // Without an application object the log thread's loop delivers nothing, and
-    // on the log thread itself the marker could never run while we wait.
-    if (QCoreApplication::instance() == nullptr || QThread::currentThread() == _thread ||
-        !_thread->isRunning())
-        return false;
-
-    // The marker joins the writer's event queue behind every call posted so far;
-    // shared ownership keeps the semaphore alive if we give up waiting first.
-    // QSharedPointer rather than std::shared_ptr: the latter's control block
-    // would leave exported weak std:: symbols in the library.
-    const auto handled = QSharedPointer<QSemaphore>::create(0);
-    QMetaObject::invokeMethod(
-        _writer, [handled] { handled->release(); }, Qt::QueuedConnection);
-    return handled->tryAcquire(1, msecs < 0 ? -1 : msecs);
+    const QSharedPointer<QSemaphore> handled = postMarker(_writer, _thread);
+    return handled && handled->tryAcquire(1, msecs < 0 ? -1 : msecs);
 }
 
-void UserLog::flushOnApplicationQuit()
+void UserLog::drainOnApplicationQuit()
 {
-    flush(quitFlushTimeoutMs);
+    const QSharedPointer<QSemaphore> handled = postMarker(_writer, _thread);
+    if (!handled)
+        return;
+    quint64 work = backlog::workCount();
+    QElapsedTimer sinceWork;
+    sinceWork.start();
+    while (!handled->tryAcquire(1, quitPollMs)) {
+        if (backlog::workCount() != work) {
+            work = backlog::workCount();
+            sinceWork.restart();
+        } else if (sinceWork.hasExpired(quitStallTimeoutMs)) {
+            qDebug("log thread stalled for %d s at quit: %llu calls left unwritten",
+                   quitStallTimeoutMs / 1000, backlog::pendingCalls());
+            return;
+        }
+    }
 }

@@ -56,9 +56,13 @@ public:
     // Returns false at once when called on the log thread itself or when the
     // process has no QCoreApplication (the log thread then delivers nothing).
     //
-    // When a QCoreApplication exists at the first logger() call, the library
-    // also flushes on QCoreApplication::aboutToQuit, waiting at most 5 seconds,
-    // so a host that leaves its event loop normally loses no posted call.
+    // When a QCoreApplication exists at the first logger() call, made on any
+    // thread, the library also drains the log thread on
+    // QCoreApplication::aboutToQuit: it waits as long as the log thread keeps
+    // finishing work, however slow the disk, so a host that leaves its event
+    // loop normally loses no posted call. Only a log thread that finishes
+    // nothing for 5 seconds (a hung disk or share) is given up on, with a debug
+    // message that counts the calls left unwritten.
     bool flush(int msecs = -1);
 
 signals:
@@ -72,7 +76,7 @@ private:
     virtual ~UserLog();
     Q_DISABLE_COPY(UserLog)
 
-    void flushOnApplicationQuit();
+    void drainOnApplicationQuit();
 
     static UserLog* _logger;
     UserLogThread* _thread;

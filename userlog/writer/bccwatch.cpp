@@ -1,5 +1,6 @@
 #include "userlogwriter.h"
 
+#include "../backlog.h"
 #include "logfiles.h"
 #include "logformat.h"
 
@@ -47,6 +48,7 @@ QString probeLine(const QString& time, const QString& ipAddr, bool reachable)
 
 void UserLogWriter::receiveBccLogs(bool bConnect, QString ipAddr, quint16 port, QString msg)
 {
+    const backlog::HandledCall handled;
     if (ipAddr.isEmpty())
         return;
     if (bConnect && _bccState == 1)
@@ -75,6 +77,7 @@ void UserLogWriter::checkTcpState()
     const bool reachable = socket.waitForConnected(probeTimeoutMs);
     _stateTime = QDateTime::currentDateTime();
     writeBccLog(probeLine(logformat::stateTimeText(_stateTime), _bccIpAddr, reachable));
+    backlog::workDone(); // probes that timers start are no host calls, but work all the same
 
     // One counter for every series, so overlapping series end together.
     if (_tcpCheckCount < followUpProbes) {

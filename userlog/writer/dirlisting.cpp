@@ -83,9 +83,10 @@ QVector<ListedFile> listFiles(const QString& dirPath)
 #elif defined(Q_OS_WIN)
 
 // As on Unix, the listing dominates an event's cost. The find data carries the
-// attributes, so only shortcuts are looked at further. QDir::Files on Windows
-// keeps what is neither hidden nor a directory and takes symbolic links and
-// shell shortcuts (".lnk") for links.
+// attributes, so only the rare entries whose target decides are looked at
+// further. QDir::Files on Windows keeps what is neither hidden nor a directory,
+// follows symbolic links (and junctions) to their targets, and takes shell
+// shortcuts (".lnk", suffix matched case-sensitively) for links as well.
 QVector<ListedFile> listFiles(const QString& dirPath)
 {
     QVector<ListedFile> files;
@@ -94,24 +95,32 @@ QVector<ListedFile> listFiles(const QString& dirPath)
     const HANDLE find =
         ::FindFirstFileExW(reinterpret_cast<const wchar_t*>(pattern.utf16()), FindExInfoBasic,
                            &entry, FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
-    if (find == INVALID_HANDLE_VALUE)
-        return files;
+    if (find == INVALID_HANDLE_VALUE) {
+        const DWORD error = ::GetLastError();
+        // A missing directory lists as empty; anything else is left to Qt's
+        // own listing, so that both fail alike.
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+            return files;
+        return listFilesPortable(dirPath);
+    }
     do {
-        if (entry.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN))
-            continue; // also "." and ".."
-        const QString name = QString::fromWCharArray(entry.cFileName);
-        // Qt matches the suffix case-sensitively, and only a shortcut that
-        // resolves to a file is listed: the rare one costs a read of its target.
-        const bool isShortcut = name.endsWith(QLatin1String(".lnk"));
-        if (isShortcut && !QFileInfo(dirPath + QLatin1Char('/') + name).isFile())
+        if (entry.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN)
             continue;
-        const bool isSymLink = ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
-                                entry.dwReserved0 == IO_REPARSE_TAG_SYMLINK) ||
-                               isShortcut;
-        files.append({name, isSymLink});
+        const QString name = QString::fromWCharArray(entry.cFileName);
+        const bool isLink = (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ||
+                            name.endsWith(QLatin1String(".lnk"));
+        if (isLink) {
+            // Dangling, or aimed at a directory: not a file. Costs a read of the target.
+            const QFileInfo info(dirPath + QLatin1Char('/') + name);
+            if (info.isFile())
+                files.append({name, info.isSymLink()});
+        } else if (!(entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+            files.append({name, false}); // "." and ".." are directories
+        }
     } while (::FindNextFileW(find, &entry));
+    const bool complete = ::GetLastError() == ERROR_NO_MORE_FILES;
     ::FindClose(find);
-    return files;
+    return complete ? files : listFilesPortable(dirPath);
 }
 
 #else

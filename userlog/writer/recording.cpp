@@ -1,5 +1,6 @@
 #include "userlogwriter.h"
 
+#include "../backlog.h"
 #include "logformat.h"
 
 #include <QtCore/QFile>
@@ -21,6 +22,7 @@ QString entryLine(const QString& headerFormat, const QString& time, const QStrin
 
 void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, int inLevel)
 {
+    const backlog::HandledCall handled;
     receiveUserLogs(inBlock, inTime, inLogInfo, static_cast<UserLogLevel>(inLevel));
 }
 
@@ -48,6 +50,7 @@ void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inL
 
 void UserLogWriter::receiveUserLogs(QList<LogInformation> inLogInfo)
 {
+    const backlog::HandledCall handled;
     writeUserLogList(inLogInfo);
 }
 
@@ -74,6 +77,7 @@ void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
         userStream << line << Qt::endl;
         if (logformat::isPrintEntry(entry.level, EntryForm::Batch))
             printStream << line << Qt::endl;
+        backlog::workDone(); // a long batch is no stall
     }
     userStream.flush();
     userLog.close();

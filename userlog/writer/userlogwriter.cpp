@@ -1,5 +1,6 @@
 #include "userlogwriter.h"
 
+#include "../backlog.h"
 #include "logfiles.h"
 #include "logformat.h"
 
@@ -62,6 +63,8 @@ UserLogWriter::~UserLogWriter() = default;
 
 void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
 {
+    // Host reports never come with bFirstTime; the constructor's call is no host call.
+    const backlog::HandledCall handled(!bFirstTime);
     QMutexLocker locker(&_mutex);
     if (bConnected == _bConnected && !bFirstTime)
         return;
@@ -123,25 +126,24 @@ bool UserLogWriter::openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& p
     }
     if (event == LogEvent::Banner && !resolvePrintPath())
         return false;
-    userLog.setFileName(userLogPath);
-    if (!openLogFile(userLog, event, false))
+    if (!openLogFile(userLog, userLogPath, event, false))
         return false;
     if (event != LogEvent::Banner && !resolvePrintPath())
         return false;
-    printFile.setFileName(printPath);
-    return openLogFile(printFile, event, true);
+    return openLogFile(printFile, printPath, event, true);
 }
 
 // Each path has its own message for a file that does not open; a banner's
-// also names the file.
-bool UserLogWriter::openLogFile(QFile& file, LogEvent event, bool isPrintFile)
+// also names the file, by the path as handed over: QFile::fileName() gives it
+// back with "/" for the native separator before the name on Windows.
+bool UserLogWriter::openLogFile(QFile& file, const QString& path, LogEvent event, bool isPrintFile)
 {
+    file.setFileName(path);
     if (logfiles::openForAppend(file))
         return true;
     const QByteArray error = logfiles::openErrorText(file);
     if (event == LogEvent::Banner)
-        qDebug("open log file error1(%s):%s", file.fileName().toLocal8Bit().constData(),
-               error.constData());
+        qDebug("open log file error1(%s):%s", path.toLocal8Bit().constData(), error.constData());
     else if (event == LogEvent::SingleEntry && !isPrintFile)
         qDebug("open log file error2:%s", error.constData());
     else

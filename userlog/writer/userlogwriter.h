@@ -70,7 +70,7 @@ private:
         Batch
     };
     bool openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& printFile);
-    static bool openLogFile(QFile& file, LogEvent event, bool isPrintFile);
+    static bool openLogFile(QFile& file, const QString& path, LogEvent event, bool isPrintFile);
 
     QDateTime _stateTime;
     bool _bConnected;
