@@ -163,10 +163,12 @@ view)
 windows)
     apt_install build-essential cmake xz-utils g++-mingw-w64-x86-64-posix wine wine64
     JOBS=$jobs ./cmake/qt-mingw.sh build-windows/qt
-    # As a variable, the toolchain file is read by the first configure only, and
-    # later ones do not warn that it went unused.
-    CMAKE_TOOLCHAIN_FILE=$PWD/cmake/mingw-w64-x86_64.cmake configure_and_build build-windows \
-        -DUSERLOG_QT_PREFIX="$PWD/build-windows/qt"
+    # The toolchain file counts at the first configure only; passed again, CMake
+    # would warn that it went unused.
+    toolchain=()
+    [ -f build-windows/CMakeCache.txt ] ||
+        toolchain=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake")
+    configure_and_build build-windows "${toolchain[@]}" -DUSERLOG_QT_PREFIX="$PWD/build-windows/qt"
     wine_env build-windows
     say "running tests in build-windows under Wine"
     ctest --test-dir build-windows --output-on-failure -j "$jobs" --timeout 300
