@@ -95,14 +95,11 @@ QVector<ListedFile> listFiles(const QString& dirPath)
     const HANDLE find =
         ::FindFirstFileExW(reinterpret_cast<const wchar_t*>(pattern.utf16()), FindExInfoBasic,
                            &entry, FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
-    if (find == INVALID_HANDLE_VALUE) {
-        const DWORD error = ::GetLastError();
-        // A missing directory lists as empty; anything else is left to Qt's
-        // own listing, so that both fail alike.
-        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
-            return files;
+    // Any failure, "not found" included, is left to Qt's own listing: it lists
+    // an empty directory for a missing one, and reaches paths past MAX_PATH that
+    // fail here as "not found" too. Rare, so its cost does not matter.
+    if (find == INVALID_HANDLE_VALUE)
         return listFilesPortable(dirPath);
-    }
     do {
         if (entry.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN)
             continue;
