@@ -23,7 +23,9 @@ enum class Cue
     Hang, // for good, as on a hung network share
 };
 
-QVector<Cue> cues;
+// A plain array: nothing is freed at exit while a hung log thread may still read it.
+Cue cues[16];
+int cueCount = 0;
 std::atomic<int> nextCue{0};
 QSemaphore quitBegan;
 
@@ -33,7 +35,7 @@ void onMessage(QtMsgType, const QMessageLogContext&, const QString& message)
         std::fprintf(stderr, "%s\n", qPrintable(message));
         return;
     }
-    switch (cues.at(nextCue++)) {
+    switch (cues[nextCue++]) {
     case Cue::WaitForQuit:
         quitBegan.acquire();
         break;
@@ -48,7 +50,7 @@ void onMessage(QtMsgType, const QMessageLogContext&, const QString& message)
 
 void refuse(Cue cue)
 {
-    cues.append(cue);
+    cues[cueCount++] = cue;
     UserLog::logger()->recordLog("CUE"_s, "T"_s, QString(), 2);
 }
 
