@@ -18,6 +18,13 @@ QString today()
     return QDate::currentDate().toString("yyyy-MM-dd"_s);
 }
 
+QString anyDay(const QString& pattern)
+{
+    const QFileInfo info(pattern);
+    const QStringList found = info.dir().entryList({info.fileName()}, QDir::AllEntries | QDir::System);
+    return found.size() == 1 ? info.dir().filePath(found.first()) : pattern;
+}
+
 QStringList withoutTimes(QStringList lines)
 {
     static const QRegularExpression time("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"_s);

@@ -24,6 +24,10 @@ template <typename... Texts> void addRow(const char* name, const Texts*... texts
 
 // Today's date as print file names carry it, "yyyy-MM-dd".
 QString today();
+// A dated file named with "*" for its date ("log/x/p_0_*.txt"): the one entry that
+// matches, found on disk, since a run across midnight may have started it on either
+// day; the pattern itself when nothing matches.
+QString anyDay(const QString& pattern);
 
 // The lines with every writer-made time ("yyyy-MM-dd hh:mm:ss") shown as "T".
 QStringList withoutTimes(QStringList lines);
