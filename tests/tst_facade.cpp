@@ -92,12 +92,12 @@ private slots:
         const QString t3 = "-- T3 -- <M> <log> s"_s, t4 = "-- T4 -- <M> <printinfo> b"_s;
         const QString t6 = "**T6** <M> <log> s"_s, t7 = "**T7** <M> <printinfo> b"_s;
         QCOMPARE(lines(offlineLog).filter("<M>"_s), (QStringList{t1, t2, t6, t7}));
-        QCOMPARE(lines("log/offline/user_print_file_off_0_"_s + today() + ".txt"_s).filter("<M>"_s),
+        QCOMPARE(lines("log/offline/user_print_file_off_0_*.txt"_s).filter("<M>"_s),
                  (QStringList{t1, t2}));
         QCOMPARE(lines("log/online/user_log_file_0.txt"_s).filter("<M>"_s),
                  (QStringList{t3, t4, "-- T5 -- <M> <info> i"_s}));
         // After the loss print entries stay in the online print file.
-        QCOMPARE(lines("log/useronline/user_print_file_0_"_s + today() + ".txt"_s).filter("<M>"_s),
+        QCOMPARE(lines("log/useronline/user_print_file_0_*.txt"_s).filter("<M>"_s),
                  (QStringList{t3, t4, t6, t7}));
     }
 
@@ -150,7 +150,7 @@ private slots:
 private:
     QStringList lines(const QString& path) const
     {
-        return withoutTimes(readLines(_tree.path(path)));
+        return withoutTimes(readLines(anyDay(_tree.path(path))));
     }
 
     TestTree _tree;

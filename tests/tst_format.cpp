@@ -17,29 +17,37 @@ private slots:
     void levels_data()
     {
         QTest::addColumn<int>("level");
-        // The single entry's tag, the batch entry's, and the form copied to the print file.
-        QTest::addColumn<QString>("tags");
-        const QVector<QPair<int, const char*>> rows{
-            {2, "info info -"},     {3, "warn warn -"},
-            {4, "erro erro -"},     {5, "log printinfo batch"},
-            {6, "log log single"},  {0, "log log -"},
-            {1, "log log -"},       {7, "log log -"},
-            {-1, "log log -"},      {INT_MIN, "log log -"},
-            {INT_MAX, "log log -"}, {0x106, "log log -"}, // low bytes: 6
-            {0x10005, "log log -"}};
-        for (const auto& row : rows)
-            QTest::addRow("level %d", row.first) << row.first << QString::fromUtf8(row.second);
+        QTest::addColumn<QString>("singleTag");
+        QTest::addColumn<QString>("batchTag");
+        QTest::addColumn<bool>("singlePrinted");
+        QTest::addColumn<bool>("batchPrinted");
+        QTest::newRow("2 info") << 2 << "info"_s
+                                << "info"_s << false << false;
+        QTest::newRow("3 warn") << 3 << "warn"_s
+                                << "warn"_s << false << false;
+        QTest::newRow("4 erro") << 4 << "erro"_s
+                                << "erro"_s << false << false;
+        QTest::newRow("5 printinfo, printed, in a batch only") << 5 << "log"_s
+                                                               << "printinfo"_s << false << true;
+        QTest::newRow("6 printed as a single entry only") << 6 << "log"_s
+                                                          << "log"_s << true << false;
+        // Every other value is a plain entry, also those whose low bytes read 5 or 6.
+        for (const int level : {0, 1, 7, -1, INT_MIN, INT_MAX, 0x106, 0x10005})
+            QTest::addRow("%d plain", level) << level << "log"_s
+                                             << "log"_s << false << false;
     }
 
     void levels()
     {
         QFETCH(int, level);
-        QFETCH(QString, tags);
-        const QStringList expected = tags.split(' ');
-        QCOMPARE(levelTag(level, EntryForm::Single), expected[0]);
-        QCOMPARE(levelTag(level, EntryForm::Batch), expected[1]);
-        QCOMPARE(isPrintEntry(level, EntryForm::Single), expected[2] == "single"_s);
-        QCOMPARE(isPrintEntry(level, EntryForm::Batch), expected[2] == "batch"_s);
+        QFETCH(QString, singleTag);
+        QFETCH(QString, batchTag);
+        QFETCH(bool, singlePrinted);
+        QFETCH(bool, batchPrinted);
+        QCOMPARE(levelTag(level, EntryForm::Single), singleTag);
+        QCOMPARE(levelTag(level, EntryForm::Batch), batchTag);
+        QCOMPARE(isPrintEntry(level, EntryForm::Single), singlePrinted);
+        QCOMPARE(isPrintEntry(level, EntryForm::Batch), batchPrinted);
     }
 
     void lines_data()

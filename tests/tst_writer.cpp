@@ -129,14 +129,14 @@ enum class Event
 enum class Blocker
 {
     None,
-    FileForLogDir,         // a regular file where log/ must be
-    FileForOnlineDir,      // ... where log/online must be
-    FileForPrintDir,       // ... where log/useronline must be
-    DanglingLinkPrintDir,  // a link to nothing where log/useronline must be
-    DirForUserLog,         // a directory where the current user log must be
-    DirForPrintFile,       // ... where the current print file must be
-    DirForBccLog,          // ... where the current bcc log must be
-    HeldUserLog,           // the current user log held open without sharing
+    FileForLogDir,        // a regular file where log/ must be
+    FileForOnlineDir,     // ... where log/online must be
+    FileForPrintDir,      // ... where log/useronline must be
+    DanglingLinkPrintDir, // a link to nothing where log/useronline must be
+    DirForUserLog,        // a directory where the current user log must be
+    DirForPrintFile,      // ... where the current print file must be
+    DirForBccLog,         // ... where the current bcc log must be
+    HeldUserLog,          // the current user log held open without sharing
 };
 
 } // namespace
@@ -184,8 +184,10 @@ private slots:
         // The failed loss leaves the user log online with the offline header; the
         // repeated loss is ignored, and the next connect makes the online state whole.
         QTest::newRow("a loss whose banner fails: user log stays online until reconnected")
-            << QVector<S>{S::Connect, S::BlockOnlinePrintFile, S::Lose, S::UnblockOnlinePrintFile,
-                          S::Lose, S::Entry, S::Connect, S::Entry}
+            << QVector<S>{S::Connect, S::BlockOnlinePrintFile,
+                          S::Lose,    S::UnblockOnlinePrintFile,
+                          S::Lose,    S::Entry,
+                          S::Connect, S::Entry}
             << connected + entryOffline + connected + entryOnline
             << entryOffline + connected + entryOnline << startUp << startUp;
     }
@@ -282,7 +284,8 @@ private slots:
         QTest::addColumn<QStringList>("messages");
         const QString noDir = "make log dir failed!"_s, notMade = "error, can not make log dir!"_s;
         const QString made = "make log dir succeded!"_s;
-        const QString error1 = "open log file error1(%P):%E"_s, error3 = "open log file error3:%E"_s;
+        const QString error1 = "open log file error1(%P):%E"_s,
+                      error3 = "open log file error3:%E"_s;
         const QStringList refused{"no log information to write!"_s};
         QTest::newRow("single entry, null message: refused")
             << Event::NullMessage << Blocker::None << refused;
@@ -368,9 +371,8 @@ private slots:
         const QString userLogPath = QDir::cleanPath(QDir::currentPath() + "/../../log/online"_s) +
                                     QDir::separator() + "user_log_file_0.txt"_s;
         messages.replaceInStrings("%E"_s, file.errorString());
-        messages.replaceInStrings("%P"_s, blocker == Blocker::DirForPrintFile
-                                              ? "../../"_s + printFile
-                                              : userLogPath);
+        messages.replaceInStrings(
+            "%P"_s, blocker == Blocker::DirForPrintFile ? "../../"_s + printFile : userLogPath);
         takeMessages();
         run(w, event);
         if (!printFile.contains(today())) // the blocked print file was named for the day before
@@ -410,7 +412,9 @@ private slots:
 private:
     static const char* eventName(Event event)
     {
-        return event == Event::Single ? "single entry" : event == Event::Batch ? "batch" : "connect";
+        return event == Event::Single  ? "single entry"
+               : event == Event::Batch ? "batch"
+                                       : "connect";
     }
 
     static QString blockedPath(const FreshWriter& w, Blocker blocker, const QString& printFile)

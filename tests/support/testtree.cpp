@@ -21,7 +21,8 @@ QString today()
 QString anyDay(const QString& pattern)
 {
     const QFileInfo info(pattern);
-    const QStringList found = info.dir().entryList({info.fileName()}, QDir::AllEntries | QDir::System);
+    const QStringList found =
+        info.dir().entryList({info.fileName()}, QDir::AllEntries | QDir::System);
     return found.size() == 1 ? info.dir().filePath(found.first()) : pattern;
 }
 
