@@ -114,36 +114,38 @@ bool fill(const QString& path)
            file.write(QByteArray(int(logfiles::maxLogFileSize - 11), '#') + '\n') > 0;
 }
 
-// What a fault row does, and what it puts in the writer's way.
-enum class Event
+// A fault row's event, and how its blocked path is put in the writer's way.
+using Event = void (*)(FreshWriter&);
+enum class Block
 {
-    Single,
-    Batch,
-    Connect,
-    BrokenBcc, // the report and its first probe
-    NullMessage,
-    EmptyMessage,
-    EmptyBatch,
+    WithFile,
+    WithDirectory,
+    WithDanglingLink,
+    ByHoldingIt, // the file held open without sharing, as a viewer may
 };
 
-enum class Blocker
+void singleEntry(FreshWriter& w)
 {
-    None,
-    FileForLogDir,        // a regular file where log/ must be
-    FileForOnlineDir,     // ... where log/online must be
-    FileForPrintDir,      // ... where log/useronline must be
-    DanglingLinkPrintDir, // a link to nothing where log/useronline must be
-    DirForUserLog,        // a directory where the current user log must be
-    DirForPrintFile,      // ... where the current print file must be
-    DirForBccLog,         // ... where the current bcc log must be
-    HeldUserLog,          // the current user log held open without sharing
-};
+    w.entry("lost"_s);
+}
+void oneBatch(FreshWriter& w)
+{
+    w.writer.receiveUserLogs(QList<LogInformation>{{"T"_s, "B"_s, "l"_s, 6}});
+}
+void connectWriter(FreshWriter& w)
+{
+    w.writer.setSystermConnectState(true);
+}
+void brokenBcc(FreshWriter& w) // port 0 refuses; the writer is gone before the next probe
+{
+    w.writer.receiveBccLogs(false, "127.0.0.1"_s, 0, "down"_s);
+}
 
 } // namespace
 
 Q_DECLARE_METATYPE(Step)
 Q_DECLARE_METATYPE(Event)
-Q_DECLARE_METATYPE(Blocker)
+Q_DECLARE_METATYPE(Block)
 
 class TestWriter : public QObject
 {
@@ -279,51 +281,64 @@ private slots:
     void faults_data()
     {
         QTest::addColumn<Event>("event");
-        QTest::addColumn<Blocker>("blocker");
-        // %E stands for the error text of the blocked file's open, made here the same way.
+        QTest::addColumn<QString>("blocked"); // below the tree's root; empty: nothing blocked
+        QTest::addColumn<Block>("block");
+        // %E stands for the error text of the blocked file's open, made here the same way;
+        // %P for the user log's path as the writer builds it, absolute, the native
+        // separator before the name ("C:/x/log/online\\user_log_file_0.txt").
         QTest::addColumn<QStringList>("messages");
         const QString noDir = "make log dir failed!"_s, notMade = "error, can not make log dir!"_s;
-        const QString made = "make log dir succeded!"_s;
-        const QString error1 = "open log file error1(%P):%E"_s,
-                      error3 = "open log file error3:%E"_s;
-        const QStringList refused{"no log information to write!"_s};
+        const QString made = "make log dir succeded!"_s, error3 = "open log file error3:%E"_s;
+        const QString printFile = "log/useronline/user_print_file_0_"_s + today() + ".txt"_s;
+        const QString userLog = "log/online/user_log_file_0.txt"_s, nothing;
+        const Event refused[] = {[](FreshWriter& w) { w.entry(QString()); },
+                                 [](FreshWriter& w) { w.entry(""_s); }};
         QTest::newRow("single entry, null message: refused")
-            << Event::NullMessage << Blocker::None << refused;
+            << refused[0] << nothing << Block::WithFile
+            << QStringList{"no log information to write!"_s};
         QTest::newRow("single entry, empty message: refused")
-            << Event::EmptyMessage << Blocker::None << refused;
+            << refused[1] << nothing << Block::WithFile
+            << QStringList{"no log information to write!"_s};
         QTest::newRow("batch without entries: refused")
-            << Event::EmptyBatch << Blocker::None << QStringList{"received empty log list!"_s};
-        for (const Event event : {Event::Single, Event::Batch, Event::Connect})
+            << Event([](FreshWriter& w) { w.writer.receiveUserLogs(QList<LogInformation>()); })
+            << nothing << Block::WithFile << QStringList{"received empty log list!"_s};
+        for (const Event event : std::initializer_list<Event>{singleEntry, oneBatch, connectWriter})
             QTest::addRow("%s, log directory cannot be made", eventName(event))
-                << event << Blocker::FileForLogDir << QStringList{noDir, notMade};
+                << event << "log"_s << Block::WithFile << QStringList{noDir, notMade};
         QTest::newRow("single entry, user log does not open")
-            << Event::Single << Blocker::FileForOnlineDir
+            << Event(singleEntry) << "log/online"_s << Block::WithFile
             << QStringList{"open log file error2:%E"_s};
         QTest::newRow("batch, user log does not open: error3 as for the print file")
-            << Event::Batch << Blocker::FileForOnlineDir << QStringList{error3};
+            << Event(oneBatch) << "log/online"_s << Block::WithFile << QStringList{error3};
         QTest::newRow("connect, user log does not open: named by its absolute path")
-            << Event::Connect << Blocker::DirForUserLog << QStringList{error1};
+            << Event(connectWriter) << userLog << Block::WithDirectory
+            << QStringList{"open log file error1(%P):%E"_s};
         QTest::newRow("single entry, print file does not open")
-            << Event::Single << Blocker::FileForPrintDir << QStringList{made, error3};
+            << Event(singleEntry) << "log/useronline"_s << Block::WithFile
+            << QStringList{made, error3};
         QTest::newRow("batch, print file does not open")
-            << Event::Batch << Blocker::DirForPrintFile << QStringList{made, error3};
+            << Event(oneBatch) << printFile << Block::WithDirectory << QStringList{made, error3};
         QTest::newRow("connect, print file does not open: named by its relative path")
-            << Event::Connect << Blocker::DirForPrintFile << QStringList{made, error1};
+            << Event(connectWriter) << printFile << Block::WithDirectory
+            << QStringList{made, "open log file error1(../../"_s + printFile + "):%E"_s};
 #ifndef Q_OS_WIN // QFile::link makes a shortcut there: a regular file
         QTest::newRow("single entry, print directory cannot be made beside the user log")
-            << Event::Single << Blocker::DanglingLinkPrintDir << QStringList{made, noDir, notMade};
-#else // held open by a viewer that does not share it
+            << Event(singleEntry) << "log/useronline"_s << Block::WithDanglingLink
+            << QStringList{made, noDir, notMade};
+#else
         QTest::newRow("single entry, user log held")
-            << Event::Single << Blocker::HeldUserLog << QStringList{"open log file error2:%E"_s};
+            << Event(singleEntry) << userLog << Block::ByHoldingIt
+            << QStringList{"open log file error2:%E"_s};
         QTest::newRow("connect, user log held")
-            << Event::Connect << Blocker::HeldUserLog << QStringList{error1};
+            << Event(connectWriter) << userLog << Block::ByHoldingIt
+            << QStringList{"open log file error1(%P):%E"_s};
 #endif
         QTest::newRow("broken bcc link, log directory cannot be made: each line reported")
-            << Event::BrokenBcc << Blocker::FileForLogDir
+            << Event(brokenBcc) << "log"_s << Block::WithFile
             << QStringList{noDir, "error, can not make bcc log dir!"_s, noDir,
                            "error, can not make bcc log dir!"_s};
         QTest::newRow("broken bcc link, bcc log does not open: each line reported")
-            << Event::BrokenBcc << Blocker::DirForBccLog
+            << Event(brokenBcc) << "log/bccLog/bcc_log_file_0.txt"_s << Block::WithDirectory
             << QStringList{"open bcc log file error3:%E"_s, "open bcc log file error3:%E"_s};
     }
 
@@ -333,61 +348,44 @@ private slots:
     void faults()
     {
         QFETCH(Event, event);
-        QFETCH(Blocker, blocker);
+        QFETCH(QString, blocked);
+        QFETCH(Block, block);
         QFETCH(QStringList, messages);
-        FreshWriter w(event != Event::Connect);
-        const QString printFile = "log/useronline/user_print_file_0_"_s + today() + ".txt"_s;
-        const QString blocked = blockedPath(w, blocker, printFile);
+        FreshWriter w(event != connectWriter);
+        const QString path = w.tree.path(blocked);
         std::shared_ptr<void> held;
-        switch (blocker) {
-        case Blocker::None:
-            break;
-        case Blocker::FileForLogDir:
-        case Blocker::FileForOnlineDir:
-        case Blocker::FileForPrintDir:
-            QVERIFY(makeFile(blocked));
-            break;
-        case Blocker::DanglingLinkPrintDir:
-            QVERIFY(QDir().mkpath(w.tree.path("log"_s)) &&
-                    QFile::link(w.tree.path("nowhere"_s), blocked));
-            break;
-        case Blocker::DirForUserLog:
-        case Blocker::DirForPrintFile:
-        case Blocker::DirForBccLog:
-            QVERIFY(QDir().mkpath(blocked));
-            break;
-        case Blocker::HeldUserLog:
-            QVERIFY(makeFile(blocked) && (held = holdFile(blocked)));
-            break;
-        }
-        // The error text of the same failing open, made here.
-        QFile file(blocker == Blocker::FileForOnlineDir  ? w.userLog
-                   : blocker == Blocker::FileForPrintDir ? w.tree.path(printFile)
-                                                         : blocked);
+        if (!blocked.isEmpty())
+            QVERIFY(block == Block::WithDirectory ? QDir().mkpath(path)
+                    : block == Block::WithDanglingLink
+                        ? QDir().mkpath(w.tree.path("log"_s)) &&
+                              QFile::link(w.tree.path("nowhere"_s), path)
+                        : makeFile(path) &&
+                              (block != Block::ByHoldingIt || (held = holdFile(path))));
+        // The error text of the same failing open, made here: a file below a file, or
+        // the blocked file itself.
+        QFile file(blocked == "log/online"_s ? w.userLog
+                   : blocked == "log/useronline"_s
+                       ? w.tree.path("log/useronline/user_print_file_0_"_s + today() + ".txt"_s)
+                       : path);
         QVERIFY(messages.filter("%E"_s).isEmpty() || !logfiles::openForAppend(file));
-        // The user log's path as the writer builds it: the directory's absolute path,
-        // then the native separator before the name ("C:/x/log/online\\user_log_file_0.txt").
-        // The print file's stays relative.
-        const QString userLogPath = QDir::cleanPath(QDir::currentPath() + "/../../log/online"_s) +
-                                    QDir::separator() + "user_log_file_0.txt"_s;
         messages.replaceInStrings("%E"_s, file.errorString());
-        messages.replaceInStrings(
-            "%P"_s, blocker == Blocker::DirForPrintFile ? "../../"_s + printFile : userLogPath);
+        messages.replaceInStrings("%P"_s,
+                                  QDir::cleanPath(QDir::currentPath() + "/../../log/online"_s) +
+                                      QDir::separator() + "user_log_file_0.txt"_s);
         takeMessages();
-        run(w, event);
-        if (!printFile.contains(today())) // the blocked print file was named for the day before
-            QSKIP("midnight passed during the event");
+        event(w);
+        if (blocked.contains("user_print_file_0_"_s) && !blocked.contains(today()))
+            QSKIP("midnight passed during the event: the blocked print file was the day before's");
         QCOMPARE(takeMessages(), messages);
         QCOMPARE(QFileInfo(w.userLog).isFile(),
-                 messages.contains("make log dir succeded!"_s) || blocker == Blocker::HeldUserLog);
+                 messages.contains("make log dir succeded!"_s) || block == Block::ByHoldingIt);
         QVERIFY(readLines(w.userLog).isEmpty());
         QVERIFY(!QFileInfo(w.printFile()).isFile());
 
         held.reset();
-        if (blocker != Blocker::None && blocker != Blocker::HeldUserLog)
-            QVERIFY(QFileInfo(blocked).isDir() && !QFileInfo(blocked).isSymLink()
-                        ? QDir(blocked).removeRecursively()
-                        : QFile::remove(blocked));
+        if (!blocked.isEmpty() && block != Block::ByHoldingIt)
+            QVERIFY(block == Block::WithDirectory ? QDir(path).removeRecursively()
+                                                  : QFile::remove(path));
         w.entry("back"_s);
         QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
         QCOMPARE(readLines(w.printFile()).last(), "-- T -- <B> <log> back"_s);
@@ -412,59 +410,7 @@ private slots:
 private:
     static const char* eventName(Event event)
     {
-        return event == Event::Single  ? "single entry"
-               : event == Event::Batch ? "batch"
-                                       : "connect";
-    }
-
-    static QString blockedPath(const FreshWriter& w, Blocker blocker, const QString& printFile)
-    {
-        switch (blocker) {
-        case Blocker::None:
-            return QString();
-        case Blocker::FileForLogDir:
-            return w.tree.path("log"_s);
-        case Blocker::FileForOnlineDir:
-            return w.tree.path("log/online"_s);
-        case Blocker::FileForPrintDir:
-        case Blocker::DanglingLinkPrintDir:
-            return w.tree.path("log/useronline"_s);
-        case Blocker::DirForUserLog:
-        case Blocker::HeldUserLog:
-            return w.userLog;
-        case Blocker::DirForPrintFile:
-            return w.tree.path(printFile);
-        case Blocker::DirForBccLog:
-            return w.tree.path("log/bccLog/bcc_log_file_0.txt"_s);
-        }
-        return QString();
-    }
-
-    static void run(FreshWriter& w, Event event)
-    {
-        switch (event) {
-        case Event::Single:
-            w.entry("lost"_s);
-            break;
-        case Event::NullMessage:
-            w.entry(QString());
-            break;
-        case Event::EmptyMessage:
-            w.entry(""_s);
-            break;
-        case Event::Batch:
-            w.writer.receiveUserLogs(QList<LogInformation>{{"T"_s, "B"_s, "l"_s, 6}});
-            break;
-        case Event::EmptyBatch:
-            w.writer.receiveUserLogs(QList<LogInformation>());
-            break;
-        case Event::Connect:
-            w.writer.setSystermConnectState(true);
-            break;
-        case Event::BrokenBcc: // port 0 refuses; the writer is gone before the next probe
-            w.writer.receiveBccLogs(false, "127.0.0.1"_s, 0, "down"_s);
-            break;
-        }
+        return event == singleEntry ? "single entry" : event == oneBatch ? "batch" : "connect";
     }
 
     std::optional<TestTree> _tree;
