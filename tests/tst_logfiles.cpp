@@ -1,9 +1,9 @@
-// File resolution and retention of the log directories: one named row per stated
-// rule and boundary, ties that the listing order must not decide, the native
-// listing's links, and randomised directories checked against a model written
-// from the rules and against the portable directory listing.
+// File resolution and retention of the log directories: worked examples in a
+// small directory notation, ties that the listing order must not decide, and
+// randomised directories checked against a model of the rules and against the
+// portable directory listing.
 //
-// The random cases run from a fixed seed; USERLOG_PROPERTY_SEED=<seed> replays a
+// The randomised cases start from a fixed seed; USERLOG_PROPERTY_SEED=<seed> replays a
 // failing case or explores from another seed.
 #include "testtree.h"
 #include "userlog/writer/logfiles.h"
@@ -14,180 +14,62 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 using namespace logfiles;
 
 namespace {
 
-// One entry the test makes in log/dir before the call.
-struct Entry
+// Space-separated names; "u_[0-99].txt" stands for u_0.txt to u_99.txt.
+QStringList expand(const QString& names)
 {
-    enum Kind
-    {
-        File,
-        Directory,
-        LinkToFile,
-        Held, // a file that cannot be deleted while the test runs
-    };
-    QString name;
-    qint64 size = 0;
-    Kind kind = File;
-    int modifiedDaysAgo = 0;
-    bool readLongAgo = false; // read a day before all other files
-};
-using Entries = QVector<Entry>;
-
-Entries files(const QString& pattern, int from, int to)
-{
-    Entries result;
-    for (int i = from; i <= to; ++i)
-        result.append({pattern.arg(i)});
+    static const QRegularExpression range("\\[(\\d+)-(\\d+)\\]"_s);
+    QStringList result;
+    for (const QString& name : names.split(' ', Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch m = range.match(name);
+        if (!m.hasMatch())
+            result << name;
+        for (int i = m.captured(1).toInt(); m.hasMatch() && i <= m.captured(2).toInt(); ++i)
+            result << QString(name).replace(m.capturedStart(), m.capturedLength(),
+                                            QString::number(i));
+    }
     return result;
 }
 
-enum class Call
+QString nameOf(const QString& entry)
 {
-    Indexed,      // resolveIndexedLogPath(argument, "../../log/dir", path, 100)
-    Dated,        // resolveDatedLogPath(argument, "../../log/dir", path, 500)
-    DeleteOldest, // the writer's slot deleteOldestFiles("../../log/dir", 500)
-};
-
-const QString dirPath = "../../log/dir"_s;
+    return entry.section(QRegularExpression("[=@]"_s), 0, 0);
+}
 
 // The indexed resolver's path: absolute, the native separator before the name.
-QString absoluteLogFile(const QString& name)
+QString absoluteLogFile(const QString& dirPath, const QString& name)
 {
     return QDir::cleanPath(QDir::currentPath() + '/' + dirPath) + QDir::separator() + name;
 }
 
 } // namespace
 
-Q_DECLARE_METATYPE(Entry)
-Q_DECLARE_METATYPE(Call)
-
 namespace {
 
-// ---- The model of the rules, for random directories --------------------------
-
-// The index of any file in an indexed directory: the text after the last "_" of the
-// part before the first ".", read as a number, or 0.
-int ruleIndex(const QString& name)
-{
-    const QString base = name.left(name.indexOf('.') < 0 ? name.size() : name.indexOf('.'));
-    return base.mid(base.lastIndexOf('_') + 1).toInt();
-}
-
-// What the indexed resolver may do with files: delete lowest-index files one at a
-// time while limit or more are left, then take the highest index and skip full
-// files of the pattern. Which of several equal-index files goes first the rules
-// leave open, so only what they fix is checked. An empty text when all is well.
-QString checkIndexed(const QFileInfoList& before, const QString& pattern, int limit,
-                     const QStringList& after, const QString& chosen)
-{
-    QVector<int> left;
-    for (const QFileInfo& file : before)
-        left.append(ruleIndex(file.fileName()));
-    std::sort(left.begin(), left.end());
-    while (left.size() >= limit)
-        left.removeFirst();
-    if (after.size() != left.size())
-        return "kept %1 files, the rules keep %2"_s.arg(after.size()).arg(left.size());
-    QVector<int> kept;
-    for (const QString& name : after)
-        kept.append(ruleIndex(name));
-    std::sort(kept.begin(), kept.end());
-    if (kept != left)
-        return "kept indexes differ from the lowest-first deletion"_s;
-    qint64 index = left.isEmpty() ? 0 : left.last();
-    const auto fullFile = [&](qint64 i) {
-        const QFileInfo file(dirPath + '/' + QString(pattern).replace("%1"_s, QString::number(i)));
-        return file.exists() && file.size() > maxLogFileSize;
-    };
-    while (pattern.contains("%1"_s) && fullFile(index))
-        ++index;
-    const QString expected =
-        absoluteLogFile(QString(pattern).replace("%1"_s, QString::number(index)));
-    return chosen == expected ? QString() : "chose "_s + chosen + ", the rules "_s + expected;
-}
-
-// Whether name has the form prefix + "_" + anything + "_" + anything + ".txt",
-// case-insensitively.
-bool isDatedCandidate(const QString& name, const QString& prefix)
-{
-    const QString lower = name.toLower(), head = prefix.toLower() + '_';
-    if (!lower.startsWith(head) || !lower.endsWith(".txt"_s))
-        return false;
-    return lower.mid(head.size(), lower.size() - head.size() - 4).contains('_');
-}
-
-// What the dated resolver may do: delete the least recently read ".txt" file (the
-// first by name among equal times) when more than limit are there; then take the
-// candidate with the highest valid index, the first in case-insensitive name order
-// among equal ones, and start the next index today when it is full. (The random
-// names never differ only in case; datedTiesIgnoreListingOrder covers that.)
-QString checkDated(QFileInfoList before, const QString& prefix, int limit, const QStringList& after,
-                   const QString& chosen, const QString& today)
-{
-    QFileInfoList txt;
-    for (const QFileInfo& file : before)
-        if (file.fileName().endsWith(".txt"_s, Qt::CaseInsensitive))
-            txt.append(file);
-    if (txt.size() > limit) {
-        QFileInfo oldest = txt.first();
-        for (const QFileInfo& file : txt)
-            if (file.lastRead() < oldest.lastRead() ||
-                (file.lastRead() == oldest.lastRead() && file.fileName() < oldest.fileName()))
-                oldest = file;
-        before.removeOne(oldest);
-    }
-    QStringList kept;
-    for (const QFileInfo& file : before)
-        kept << file.fileName();
-    kept.sort();
-    if (kept != after)
-        return "left "_s + after.join(' ') + ", the rules "_s + kept.join(' ');
-    int highest = -1;
-    QString latest;
-    for (const QFileInfo& file : before) {
-        const QString name = file.fileName();
-        bool valid = false;
-        const QString text = name.mid(prefix.size() + 1, name.lastIndexOf('_') - prefix.size() - 1);
-        const int index = text.toInt(&valid);
-        if (!file.isSymLink() && isDatedCandidate(name, prefix) && !text.isEmpty() && valid &&
-            index >= 0 &&
-            (index > highest || (index == highest && name.toLower() < latest.toLower()))) {
-            highest = index;
-            latest = name;
-        }
-    }
-    const bool full = latest.isEmpty() || QFileInfo(dirPath + '/' + latest).size() > maxLogFileSize;
-    const QString expected =
-        dirPath + '/' +
-        (full ? prefix + '_' + QString::number(highest + 1) + '_' + today + ".txt"_s : latest);
-    return chosen == expected ? QString() : "chose "_s + chosen + ", the rules "_s + expected;
-}
-
-// Names that follow the pattern or the prefix, and strays of every kind: leading
-// zeros, other extensions and cases, negative, huge or missing indexes, hidden
-// files, subdirectories and links (to a file, to nothing, to a directory; shell
-// shortcuts on Windows). Sizes mostly right at the full-file threshold; ages in
-// whole hours, so that some are equal.
+// Names that follow the pattern or the prefix, and strays of every kind: leading zeros, other
+// extensions and cases, negative, huge or missing indexes, hidden files. Sizes mostly right at
+// the full-file threshold; ages in whole hours, so that some are equal. Subdirectories too.
 void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& base, bool dated,
                      int count)
 {
     const QDateTime now = QDateTime::currentDateTime();
-    QDir().mkpath(dir);
 #ifdef Q_OS_WIN
-    const QString linkSuffix = ".lnk"_s; // what QFile::link makes there
+    const QString linkSuffix = ".lnk"_s; // QFile::link makes shell shortcuts there
 #else
     const QString linkSuffix;
 #endif
+    QDir().mkpath(dir);
     for (; count > 0; --count) {
         const QString i = QString::number(rng.bounded(count + 3));
         const QString tail = "_2025-05-"_s + QString::number(10 + rng.bounded(20)) + ".txt"_s;
         const QString forms[] = {dated ? base + '_' + i + tail : QString(base).replace("%1"_s, i),
-                                 dated ? base.toUpper() + '_' + i + "_2025-06-01.TXT"_s
+                                 dated ? base.toUpper() + '_' + i + tail.toUpper()
                                        : QString(base).replace("%1"_s, "00"_s + i),
                                  base + "_00"_s + i + tail,
                                  base + "_off_"_s + i + tail,
@@ -199,34 +81,83 @@ void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& b
                                  ".hidden_"_s + i + ".txt"_s,
                                  "n\u00e4me_"_s + i + '/',
                                  "link_"_s + i + ".txt"_s + linkSuffix};
-        const QString name = forms[rng.bounded(2) == 0 ? 0 : rng.bounded(12)];
-        const QString path = dir + '/' + name;
+        const QString path = dir + '/' + forms[rng.bounded(2) == 0 ? 0 : rng.bounded(12)];
         const qint64 offsets[] = {-1, 0, 1, 4096};
         const QDateTime time = now.addSecs(-rng.bounded(4) * 3600);
-        if (QFileInfo::exists(path) || QFileInfo(path).isSymLink()) {
-            continue;
-        } else if (path.endsWith('/')) {
+        if (path.endsWith('/')) {
             QDir().mkpath(path);
-        } else if (name.startsWith("link_"_s)) {
-            // Aimed outside the directory, so that the retention cannot break a link.
-            makeFile(dir + "/../target.txt"_s);
-            const QString targets[] = {dir + "/../target.txt"_s, dir + "/../gone.txt"_s,
-                                       dir + "/.."_s};
-            QFile::link(QFileInfo(targets[rng.bounded(3)]).absoluteFilePath(), path);
-        } else if (makeFile(path,
-                            maxLogFileSize + offsets[rng.bounded(4)] - rng.bounded(2) * 300000)) {
+        } else if (path.contains("/link_"_s) && !QFileInfo(path).isSymLink()) {
+            // To a file, to nothing, to a directory: outside the directory, so that
+            // the retention cannot break a link.
+            const QString targets[] = {"/../target.txt"_s, "/../gone.txt"_s, "/.."_s};
+            makeFile(dir + targets[0]);
+            QFile::link(QFileInfo(dir + targets[rng.bounded(3)]).absoluteFilePath(), path);
+        } else if (!QFileInfo::exists(path) &&
+                   makeFile(path,
+                            maxLogFileSize + offsets[rng.bounded(4)] - rng.bounded(2) * 300000))
             setFileTimes(path, time, dated ? now : time);
-        }
     }
 }
 
-QStringList listedNames(const QVector<ListedFile>& listed)
+// The index rule read with QString::toInt: what follows the last "_" before the first ".".
+int modelIndex(const QFileInfo& file)
 {
-    QStringList result;
-    for (const ListedFile& file : listed)
-        result << file.name + (file.isSymLink ? " (link)"_s : QString());
-    result.sort();
-    return result;
+    return file.fileName().section('.', 0, 0).section('_', -1).toInt();
+}
+
+// Lowest index, then oldest, then name deleted while the limit is reached; the highest
+// index current, full files skipped.
+QString indexedModel(QFileInfoList& files, const QString& pattern, int limit)
+{
+    std::sort(files.begin(), files.end(), [](const QFileInfo& a, const QFileInfo& b) {
+        return std::make_tuple(modelIndex(a), a.lastModified(), a.fileName()) <
+               std::make_tuple(modelIndex(b), b.lastModified(), b.fileName());
+    });
+    if (files.size() >= limit)
+        files.erase(files.begin(),
+                    files.begin() + std::min(files.size() - limit + 1, files.size() - 1));
+    qint64 index = files.isEmpty() ? 0 : modelIndex(files.last());
+    const auto full = [&](qint64 i) {
+        return std::any_of(files.begin(), files.end(), [&](const QFileInfo& f) {
+            return f.fileName() == indexedFileName(pattern, i) && f.size() > maxLogFileSize;
+        });
+    };
+    while (pattern.contains("%1"_s) && full(index))
+        ++index;
+    return indexedFileName(pattern, index);
+}
+
+// The least recently read ".txt" file deleted past the limit; the highest valid index of a
+// candidate current (ties by name, case folded first), the next one started when it is full.
+QString datedModel(QFileInfoList& files, const QString& prefix, int limit)
+{
+    const auto isTxt = [](const QFileInfo& f) { return f.suffix().toLower() == "txt"_s; };
+    if (std::count_if(files.begin(), files.end(), isTxt) > limit)
+        files.erase(std::min_element(files.begin(), files.end(), [&](auto& a, auto& b) {
+            return std::make_tuple(!isTxt(a), a.lastRead(), a.fileName()) <
+                   std::make_tuple(!isTxt(b), b.lastRead(), b.fileName());
+        }));
+    const QRegularExpression candidate(
+        QRegularExpression::wildcardToRegularExpression(prefix + "_*_*.txt"_s),
+        QRegularExpression::CaseInsensitiveOption);
+    const QFileInfo* latest = nullptr;
+    int highest = -1;
+    for (const QFileInfo& file : qAsConst(files)) {
+        const QString name = file.fileName();
+        bool ok = false;
+        const int index =
+            name.mid(prefix.size() + 1, name.lastIndexOf('_') - prefix.size() - 1).toInt(&ok);
+        if (ok && index >= std::max(highest, 0) && candidate.match(name).hasMatch() &&
+            (index > highest ||
+             std::make_pair(name.toLower(), name) <
+                 std::make_pair(latest->fileName().toLower(), latest->fileName()))) {
+            highest = index;
+            latest = &file;
+        }
+    }
+    if (latest != nullptr && latest->size() <= maxLogFileSize)
+        return latest->fileName();
+    return datedFileName(prefix, highest + 1, QDate::currentDate());
 }
 
 // One random directory, resolved; what went wrong, or an empty text.
@@ -238,24 +169,33 @@ QString checkRandomDirectory(quint32 seed, bool dated)
                              dated ? "Cell"_s : "off"_s};
     const QString base = bases[rng.bounded(3)];
     const int limit = std::vector<int>{2, 3, 5, 12}[rng.bounded(4)];
-    makeRandomFiles(rng, dirPath, base, dated, rng.bounded(limit + 4));
-    const QFileInfoList before = QDir(dirPath).entryInfoList(QDir::Files);
-    // The native listing sees what the portable one sees, links included.
-    if (listedNames(listFiles(dirPath)) != listedNames(listFilesPortable(dirPath)))
-        return "listings differ: "_s + listedNames(listFiles(dirPath)).join(' ') + " / "_s +
-               listedNames(listFilesPortable(dirPath)).join(' ');
+    const QString dir = "../../log/case"_s + QString::number(seed);
+    makeRandomFiles(rng, dir, base, dated, rng.bounded(limit + 4));
+    QFileInfoList files = QDir(dir).entryInfoList(QDir::Files);
+    // The native listing sees what the portable one sees.
+    const auto names = [](const QVector<ListedFile>& listed) {
+        QStringList result;
+        for (const ListedFile& file : listed)
+            result << file.name + (file.isSymLink ? " (link)"_s : QString());
+        result.sort();
+        return result;
+    };
+    if (names(listFiles(dir)) != names(listFilesPortable(dir)))
+        return "listings differ: "_s + names(listFiles(dir)).join(' ');
+    const QString name = dated ? datedModel(files, base, limit) : indexedModel(files, base, limit);
+    QStringList kept;
+    for (const QFileInfo& file : qAsConst(files))
+        kept << file.fileName();
+    kept.sort();
     QString path;
-    const QString day = today();
-    const bool resolved = dated ? resolveDatedLogPath(base, dirPath, path, limit)
-                                : resolveIndexedLogPath(base, dirPath, path, limit);
-    if (!resolved)
-        return "resolution failed"_s;
-    const QStringList after = fileNames(dirPath);
-    QString failure = dated ? checkDated(before, base, limit, after, path, day)
-                            : checkIndexed(before, base, limit, after, path);
-    if (!failure.isEmpty() && dated && day != today()) // started across midnight
-        failure = checkDated(before, base, limit, after, path, today());
-    QDir(dirPath).removeRecursively();
+    const bool resolved = dated ? resolveDatedLogPath(base, dir, path, limit)
+                                : resolveIndexedLogPath(base, dir, path, limit);
+    const QString expected = dated ? dir + '/' + name : absoluteLogFile(dir, name);
+    const QString failure = !resolved          ? "resolution failed"_s
+                            : path != expected ? "chose "_s + path + ", expected "_s + expected
+                            : fileNames(dir) != kept ? "left "_s + fileNames(dir).join(' ')
+                                                     : QString();
+    QDir(dir).removeRecursively();
     return failure;
 }
 
@@ -276,165 +216,76 @@ private slots:
 
     void resolution_data()
     {
-        QTest::addColumn<Call>("call");
-        QTest::addColumn<QString>("argument"); // the name pattern or prefix
-        QTest::addColumn<Entries>("entries");
-        // The file chosen; with startsToday, its name up to today's date. Empty: no
-        // directory is there after the call.
-        QTest::addColumn<QString>("current");
-        QTest::addColumn<bool>("startsToday");
-        QTest::addColumn<QStringList>("deleted"); // all other entries must be left
-
-        const QString u = "user_log_file_%1.txt"_s, p = "user_print_file"_s;
-        const qint64 mib = maxLogFileSize;
-        const auto indexed = [&](const char* name, const Entries& entries, const QString& current,
-                                 const QStringList& deleted = {}) {
-            QTest::newRow(name) << Call::Indexed << u << entries << current << false << deleted;
-        };
-        const auto dated = [&](const char* name, const Entries& entries, const QString& current,
-                               bool startsToday = false,
-                               const QString& prefix = "user_print_file"_s) {
-            QTest::newRow(name) << Call::Dated << prefix << entries << current << startsToday
-                                << QStringList();
-        };
-
-        indexed("indexed: exactly 1 MiB stays current",
-                files(u, 0, 3) + Entries{{"user_log_file_4.txt"_s, mib}}, "user_log_file_4.txt"_s);
-        indexed("indexed: one byte more rolls on to the next index",
-                files(u, 0, 3) + Entries{{"user_log_file_4.txt"_s, mib + 1}},
-                "user_log_file_5.txt"_s);
-        indexed("indexed: indexes compare as numbers, 10 after 3",
-                Entries{{"user_log_file_3.txt"_s}, {"user_log_file_10.txt"_s}},
-                "user_log_file_10.txt"_s);
-        indexed("indexed: user_log_file_007.txt gives the path of index 7",
-                Entries{{"user_log_file_007.txt"_s}, {"user_log_file_6.txt"_s}},
-                "user_log_file_7.txt"_s);
-        indexed("indexed: 100 files, the lowest index deleted and 99 left", files(u, 0, 99),
-                "user_log_file_99.txt"_s, {"user_log_file_0.txt"_s});
-        indexed("indexed: a stray readme.txt reads as index 0 and goes first",
-                files(u, 1, 99) + Entries{{"readme.txt"_s}}, "user_log_file_99.txt"_s,
-                {"readme.txt"_s});
-        indexed("indexed: a stray notes_900.txt makes index 900 current",
-                files(u, 0, 4) + Entries{{"notes_900.txt"_s}}, "user_log_file_900.txt"_s);
-        // Equal indexes go oldest-modified first, whatever the listing order: the two
-        // rows swap the ages, so no one listing order passes both.
-        indexed("indexed: equal indexes, the oldest modified deleted first",
-                files(u, 1, 98) + Entries{{"a.txt"_s, 0, Entry::File, 1}} +
-                    Entries{{"m.txt"_s, 0, Entry::File, 3}} +
-                    Entries{{"z.txt"_s, 0, Entry::File, 2}},
-                "user_log_file_98.txt"_s, {"m.txt"_s, "z.txt"_s});
-        indexed("indexed: equal indexes, ages swapped",
-                files(u, 1, 98) + Entries{{"a.txt"_s, 0, Entry::File, 3}} +
-                    Entries{{"m.txt"_s, 0, Entry::File, 1}} +
-                    Entries{{"z.txt"_s, 0, Entry::File, 2}},
-                "user_log_file_98.txt"_s, {"a.txt"_s, "z.txt"_s});
-        indexed("indexed: an undeletable lowest file stops the retention",
-                files(u, 1, 99) + Entries{{"user_log_file_0.txt"_s, 0, Entry::Held}},
-                "user_log_file_99.txt"_s);
-        QTest::newRow("indexed: a pattern without %1 names its one file, full or not")
-            << Call::Indexed << "user_print_file_off"_s
-            << Entries{{"user_print_file_off"_s, mib + 1}} + Entries{{"x_5.txt"_s}}
-            << "user_print_file_off"_s << false << QStringList();
-
-        dated("dated: no valid candidate starts index 0 today",
-              Entries{{"user_print_file_off_5_x.txt"_s},
-                      {"user_print_file_-3_x.txt"_s},
-                      {"user_print_file__2025-05-26.txt"_s}} +
-                  Entries{{"user_print_file_9_x.txt"_s, 0, Entry::Directory}},
-              "user_print_file_0_"_s, true);
-        dated("dated: exactly 1 MiB stays current, its old date kept",
-              Entries{{"user_print_file_3_2025-05-20.txt"_s, mib}},
-              "user_print_file_3_2025-05-20.txt"_s);
-        dated("dated: one byte more starts the next index today",
-              Entries{{"user_print_file_3_2025-05-26.txt"_s, mib + 1}}, "user_print_file_4_"_s,
-              true);
-        dated("dated: indexes compare as numbers, 10 after 9",
-              Entries{{"user_print_file_9_2025-05-01.txt"_s},
-                      {"user_print_file_10_2025-05-02.txt"_s}},
-              "user_print_file_10_2025-05-02.txt"_s);
-        dated("dated: 007 reads as index 7",
-              Entries{{"user_print_file_007_2025-05-26.txt"_s},
-                      {"user_print_file_6_2025-05-27.txt"_s}},
-              "user_print_file_007_2025-05-26.txt"_s);
-        dated(
-            "dated: equal indexes, the first in case-insensitive name order",
-            Entries{{"user_print_file_3_2025-05-27.txt"_s}, {"User_Print_File_3_2025-05-26.txt"_s}},
-            "User_Print_File_3_2025-05-26.txt"_s);
+        // call on ../../log/dir: "indexed <pattern>" (limit 100), "dated <prefix>" (limit 500),
+        // "delete" (the writer's slot deleteOldestFiles by name, limit 500) or "delete here" (the
+        // same with an empty path: the working directory); entries as makeEntries() makes them;
+        // current: the file chosen, "-" when no directory is there after; deleted: the files that
+        // must be gone, all others must be left.
+        for (const char* column : {"call", "entries", "current", "deleted"})
+            QTest::addColumn<QString>(column);
+        // Equal indexes go oldest-modified first, whatever the listing order: the two rows
+        // swap the ages, so no one listing order passes both.
+        addRow("indexed: ties by age", "indexed u_%1.txt", "u_[1-98].txt a.txt@1 m.txt@3 z.txt@2",
+               "u_98.txt", "m.txt z.txt");
+        addRow("indexed: ties by age, swapped", "indexed u_%1.txt",
+               "u_[1-98].txt a.txt@3 m.txt@1 z.txt@2", "u_98.txt", "a.txt z.txt");
+        addRow("indexed: undeletable", "indexed u_%1.txt", "u_[1-99].txt u_0.txt@b", "u_99.txt",
+               "");
+        addRow("dated: directory cannot be made", "dated p", "../../log", "-", "");
+        addRow("dated: no candidates", "dated p", "p_off_5_x.txt p_-3_x.txt p_9_x.txt/",
+               "p_0_<today>.txt", "");
 #ifndef Q_OS_WIN // QFile::link makes a shortcut there, a regular file
-        dated("dated: a link is no candidate",
-              Entries{
-                  { "user_print_file_8_x.txt"_s,
-                    0,
-                    Entry::LinkToFile }},
-              "user_print_file_0_"_s, true);
+        addRow("dated: a link is no candidate", "dated p", "p_8_x.txt@l", "p_0_<today>.txt", "");
 #endif
+        addRow("dated: empty last part", "dated p", "p_2_x.txt p_3_.txt", "p_3_.txt", "");
         // A custom name may hold wildcards; an invalid pattern matches nothing.
-        dated("dated: a prefix with a wildcard matches as one", Entries{{"pa_3_x.txt"_s}},
-              "pa_3_x.txt"_s, false, "p*"_s);
-        dated("dated: an invalid wildcard prefix matches nothing", Entries{{"p[_3_x.txt"_s}},
-              "p[_0_"_s, true, "p["_s);
-        QTest::newRow("dated: the directory cannot be made")
-            << Call::Dated << p << Entries{{"../../log"_s}} << QString() << false << QStringList();
-
-        QTest::newRow("delete: 501 .txt files, the least recently read goes, .TXT too")
-            << Call::DeleteOldest << QString()
-            << files("f%1.txt"_s, 1, 500) + Entries{{"REPORT.TXT"_s, 0, Entry::File, 0, true}}
-            << "-"_s << false << QStringList{"REPORT.TXT"_s};
-        QTest::newRow("delete: 500 .txt files beside other files, none goes")
-            << Call::DeleteOldest << QString()
-            << files("f%1.txt"_s, 1, 500) + Entries{{"old.log"_s, 0, Entry::File, 0, true}} << "-"_s
-            << false << QStringList();
-        QTest::newRow("delete: an undeletable oldest file, none goes")
-            << Call::DeleteOldest << QString()
-            << files("f%1.txt"_s, 1, 500) + Entries{{"f0.txt"_s, 0, Entry::Held, 0, true}} << "-"_s
-            << false << QStringList();
-        QTest::newRow("delete: a missing directory is not made")
-            << Call::DeleteOldest << QString() << Entries() << QString() << false << QStringList();
+        addRow("dated: wildcard prefix", "dated p*", "pa_3_x.txt", "pa_3_x.txt", "");
+        addRow("dated: invalid wildcard prefix", "dated p[", "p[_3_x.txt", "p[_0_<today>.txt", "");
+        addRow("delete: undeletable", "delete", "f[1-500].txt f0.txt@rb", "", "");
+        addRow("delete: missing directory", "delete", "", "-", ""); // and not made
+        addRow("delete here: working directory", "delete here",
+               "../../app/bin/f[1-501].txt ../../app/bin/old.txt@r", "", "../../app/bin/old.txt");
     }
 
     void resolution()
     {
-        QFETCH(Call, call);
-        QFETCH(QString, argument);
-        QFETCH(Entries, entries);
+        QFETCH(QString, call);
+        QFETCH(QString, entries);
         QFETCH(QString, current);
-        QFETCH(bool, startsToday);
-        QFETCH(QStringList, deleted);
-        if (!makeEntries(entries))
+        QFETCH(QString, deleted);
+        if (!makeEntries(expand(entries)))
             QSKIP("no file can be held here: mount --bind needs root");
+        const bool here = call == "delete here"_s;
+        const QString dir = _tree->path(here ? "app/bin"_s : "log/dir"_s);
         QStringList kept;
-        for (const Entry& entry : qAsConst(entries))
-            if (entry.kind != Entry::Directory && !entry.name.contains('/') &&
-                !deleted.contains(entry.name))
-                kept << entry.name;
+        for (const QString& entry : expand(entries)) {
+            const QFileInfo file(QDir::cleanPath(_tree->path("log/dir/"_s) + nameOf(entry)));
+            if (!entry.endsWith('/') && file.path() == dir &&
+                !expand(deleted).contains(nameOf(entry)))
+                kept << file.fileName();
+        }
         kept.sort();
+        const QString logDir = "../../log/dir"_s, arg = call.section(' ', 1);
+        const bool made = current != "-"_s, deleting = call.startsWith("delete"_s);
         std::optional<UserLogWriter> writer; // its banner's messages before the capture
-        if (call == Call::DeleteOldest)
+        if (deleting)
             writer.emplace();
         takeMessages();
-        QString path = "unchanged"_s;
-        const QString day = today();
-        if (call == Call::DeleteOldest)
-            writer->deleteOldestFiles(dirPath, 500);
-        else if (call == Call::Indexed)
-            QCOMPARE(resolveIndexedLogPath(argument, dirPath, path, 100), !current.isEmpty());
-        else
-            QCOMPARE(resolveDatedLogPath(argument, dirPath, path, 500), !current.isEmpty());
-        if (call == Call::Indexed && !current.isEmpty())
-            QCOMPARE(path, absoluteLogFile(current));
-        if (call == Call::Dated && !current.isEmpty() && startsToday)
-            QVERIFY2(path == dirPath + '/' + current + day + ".txt"_s ||
-                         path == dirPath + '/' + current + today() + ".txt"_s,
-                     qPrintable(path));
-        else if (call == Call::Dated && !current.isEmpty())
-            QCOMPARE(path, dirPath + '/' + current);
-        const bool made = !current.isEmpty();
-        QCOMPARE(takeMessages(), made || call == Call::DeleteOldest
-                                     ? QStringList()
-                                     : QStringList{"make log dir failed!"_s});
-        QCOMPARE(QDir(_tree->path("log/dir"_s)).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-                 kept);
-        QCOMPARE(QFileInfo::exists(_tree->path("log/dir"_s)), made);
+        QString path = "unchanged"_s, expected = path;
+        if (deleting) {
+            writer->deleteOldestFiles(here ? QString() : logDir, 500);
+        } else if (call.startsWith("indexed"_s)) {
+            QCOMPARE(resolveIndexedLogPath(arg, logDir, path, 100), made);
+            expected = made ? absoluteLogFile(logDir, current) : path;
+        } else {
+            QCOMPARE(resolveDatedLogPath(arg, logDir, path, 500), made);
+            expected = made ? logDir + '/' + current.replace("<today>"_s, today()) : path;
+        }
+        QCOMPARE(path, expected);
+        QCOMPARE(takeMessages(),
+                 made || deleting ? QStringList() : QStringList{"make log dir failed!"_s});
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name), kept);
+        QCOMPARE(QFileInfo::exists(dir), made);
     }
 
     // Names equal but for case can coexist; the listing's order must not decide between them.
@@ -459,7 +310,7 @@ private slots:
     void nativeListingOfLinks()
     {
 #ifdef Q_OS_WIN
-        const QString link = ".lnk"_s; // a shell shortcut: Wine cannot make symbolic links
+        const QString link = ".lnk"_s; // shell shortcuts: Wine cannot make symbolic links
 #else
         const QString link;
 #endif
@@ -468,8 +319,11 @@ private slots:
         QVERIFY(QFile::link(dir + "file.txt"_s, dir + "to_file"_s + link));
         QVERIFY(QFile::link(dir + "gone.txt"_s, dir + "to_nothing"_s + link));
         QVERIFY(QFile::link(dir + "sub"_s, dir + "to_dir"_s + link));
-        QCOMPARE(listedNames(listFiles(dirPath)),
-                 (QStringList{"file.txt"_s, "to_file"_s + link + " (link)"_s}));
+        QStringList listed;
+        for (const ListedFile& file : listFiles("../../log/dir"_s))
+            listed << file.name + (file.isSymLink ? " (link)"_s : QString());
+        listed.sort();
+        QCOMPARE(listed, (QStringList{"file.txt"_s, "to_file"_s + link + " (link)"_s}));
     }
 
     void randomDirectories_data()
@@ -482,8 +336,8 @@ private slots:
     void randomDirectories()
     {
         QFETCH(bool, dated);
-        const QString seed = qEnvironmentVariable("USERLOG_PROPERTY_SEED");
-        const quint32 first = seed.isEmpty() ? 20261124 : seed.toUInt();
+        const QString replay = qEnvironmentVariable("USERLOG_PROPERTY_SEED");
+        const quint32 first = replay.isEmpty() ? 20261124 : replay.toUInt(); // CI replays one run
         QLoggingCategory::setFilterRules("default.debug=false"_s); // the directory messages
         for (quint32 seed = first; seed != first + 300; ++seed) {
             const QString failure = checkRandomDirectory(seed, dated);
@@ -494,23 +348,27 @@ private slots:
     }
 
 private:
-    // Makes the entries in log/dir ("../../log" given as a name makes a file where
-    // the log directory must be).
-    bool makeEntries(const Entries& entries)
+    // Makes entries in log/dir, or outside it with "..": "name" an empty file, "name=full" one of
+    // 1 MiB and 1 byte, "name/" a directory. After "@": r read a day before the other files, a
+    // number modified that many days before, l a link to a file instead of the file, b held so
+    // that it cannot be deleted (false if that is not allowed).
+    bool makeEntries(const QStringList& entries)
     {
         const QDateTime now = QDateTime::currentDateTime();
         const QString target = _tree->path("target"_s);
         makeFile(target);
-        for (const Entry& entry : entries) {
-            const QString path = QDir::cleanPath(_tree->path("log/dir/"_s) + entry.name);
-            bool made = entry.kind == Entry::Directory ? QDir().mkpath(path)
-                        : entry.kind == Entry::LinkToFile
-                            ? QDir().mkpath(QFileInfo(path).path()) && QFile::link(target, path)
-                            : makeFile(path, entry.size);
-            if (entry.kind != Entry::Directory && entry.kind != Entry::LinkToFile)
-                made = made && setFileTimes(path, entry.readLongAgo ? now.addDays(-1) : now,
-                                            now.addDays(-entry.modifiedDaysAgo));
-            if (!made || (entry.kind == Entry::Held && !_held.emplace_back(holdFile(path))))
+        for (const QString& entry : entries) {
+            const QString path = QDir::cleanPath(_tree->path("log/dir/"_s) + nameOf(entry));
+            const QString flags = entry.section('@', 1);
+            const bool made =
+                entry.endsWith('/') ? QDir().mkpath(path)
+                : flags.contains('l')
+                    ? QDir().mkpath(QFileInfo(path).path()) && QFile::link(target, path)
+                    : makeFile(path, entry.contains("=full"_s) ? maxLogFileSize + 1 : 0);
+            if (flags.contains('r') || flags.toInt() > 0)
+                setFileTimes(path, flags.contains('r') ? now.addDays(-1) : now,
+                             now.addDays(-flags.toInt()));
+            if (!made || (flags.contains('b') && !_held.emplace_back(holdFile(path))))
                 return false;
         }
         return true;
