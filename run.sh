@@ -12,6 +12,8 @@
 #   ./run.sh windows   cross-build for Windows x64 (build-windows/) and run the tests
 #                      under Wine; the first run also builds Qt for Windows, kept in
 #                      ~/.cache/varnor-userlog (cmake/qt-mingw.sh)
+#   ./run.sh package   the Debian packages (build-package/) and the Windows SDK zip
+#                      (build-windows-package/), each linked by consumers (tests/packages.sh)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -113,6 +115,21 @@ wine_env() {
     mkdir -p "$dir/wine-tmp"
 }
 
+# Cross-builds DIR for Windows x64 against the cached Qt for Windows, with more
+# CMake arguments if given.
+build_windows() {
+    local dir=$1
+    shift
+    apt_install build-essential cmake xz-utils g++-mingw-w64-x86-64-posix wine wine64
+    JOBS=$jobs ./cmake/qt-mingw.sh "$dir/qt"
+    # The toolchain file counts at the first configure only; passed again, CMake
+    # would warn that it went unused.
+    local toolchain=()
+    [ -f "$dir/CMakeCache.txt" ] ||
+        toolchain=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake")
+    configure_and_build "$dir" "${toolchain[@]}" -DUSERLOG_QT_PREFIX="$PWD/$dir/qt" "$@"
+}
+
 cmd=${1:-}
 case "$cmd" in
 demo)
@@ -161,20 +178,30 @@ view)
     view_tree "$@"
     ;;
 windows)
-    apt_install build-essential cmake xz-utils g++-mingw-w64-x86-64-posix wine wine64
-    JOBS=$jobs ./cmake/qt-mingw.sh build-windows/qt
-    # The toolchain file counts at the first configure only; passed again, CMake
-    # would warn that it went unused.
-    toolchain=()
-    [ -f build-windows/CMakeCache.txt ] ||
-        toolchain=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake")
-    configure_and_build build-windows "${toolchain[@]}" -DUSERLOG_QT_PREFIX="$PWD/build-windows/qt"
+    build_windows build-windows
     wine_env build-windows
     say "running tests in build-windows under Wine"
     ctest --test-dir build-windows --output-on-failure -j "$jobs" --timeout 300
     ;;
+package)
+    apt_install "${base_packages[@]}" dpkg-dev file gzip lintian pkg-config qt5-qmake unzip
+    package_options=(-DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF)
+    configure_and_build build-package -DCMAKE_INSTALL_PREFIX=/usr "${package_options[@]}"
+    rm -f build-package/*.deb
+    (cd build-package && cpack >/dev/null)
+    say "lintian"
+    lintian --fail-on error build-package/*.deb
+    build_windows build-windows-package "${package_options[@]}"
+    rm -f build-windows-package/*.zip
+    (cd build-windows-package && cpack >/dev/null)
+    wine_env build-windows-package
+    ./tests/packages.sh build-package build-windows-package/*.zip \
+        "$PWD/cmake/mingw-w64-x86_64.cmake" "$PWD/build-windows-package/qt"
+    say "packages:"
+    ls -1 "$PWD"/build-package/*.deb "$PWD"/build-windows-package/*.zip
+    ;;
 *)
-    echo "usage: $0 demo|test|sanitize|bench|view|windows" >&2
+    echo "usage: $0 demo|test|sanitize|bench|view|windows|package" >&2
     exit 2
     ;;
 esac

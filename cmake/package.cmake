@@ -1,0 +1,74 @@
+# Packages made by CPack from an install (./run.sh package):
+#   Linux:   two Debian packages, libvarnor.userlog1 (the shared library) and
+#            libvarnor.userlog-dev (headers, CMake package, pkg-config, qmake);
+#   Windows: an SDK zip of the MinGW build with the runtime DLLs it needs.
+set(CPACK_PACKAGE_NAME varnor-userlog)
+set(CPACK_PACKAGE_VENDOR "Varnor")
+set(CPACK_PACKAGE_CONTACT "Varnor userlog team <userlog@varnor.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "user log library of the robot teach pendant")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_STRIP_FILES ON) # no debug information in what is shipped
+set(CPACK_COMPONENTS_ALL runtime dev)
+
+if(WIN32)
+    set(CPACK_GENERATOR ZIP)
+    set(CPACK_PACKAGE_FILE_NAME varnor-userlog-${PROJECT_VERSION}-windows-x64-mingw)
+    set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF) # one zip with both components
+    # The MinGW runtime the DLL was linked against, from the compiler itself.
+    foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}
+            OUTPUT_VARIABLE dll_path OUTPUT_STRIP_TRAILING_WHITESPACE)
+        install(FILES ${dll_path} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    endforeach()
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpfullversion
+        OUTPUT_VARIABLE userlog_gcc_version OUTPUT_STRIP_TRAILING_WHITESPACE)
+    configure_file(cmake/package/windows-README.txt.in ${CMAKE_CURRENT_BINARY_DIR}/README.txt
+        @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/README.txt DESTINATION . COMPONENT dev)
+else()
+    set(CPACK_GENERATOR DEB)
+    set(CPACK_DEB_COMPONENT_INSTALL ON)
+    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+    set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+    set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://varnor.invalid/userlog")
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvarnor.userlog1)
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON) # Qt and C++ runtime, computed
+    # The shlibs file and the ldconfig trigger that a shared library package
+    # needs; CPack's own shlibs option calls ldconfig from maintainer scripts.
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs
+        "libvarnor.userlog ${PROJECT_VERSION_MAJOR} libvarnor.userlog1 (>= ${PROJECT_VERSION})\n")
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+        ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs)
+    set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+    # CPack puts the summary first and indents these, the extended descriptions.
+    set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "The host application of a robot teach pendant hands log entries, controller
+connection changes and bcc link reports to one class, UserLog. The library
+writes them as lines into the user log, dated print files and the bcc log,
+on a thread of its own.")
+    set(CPACK_DEBIAN_DEV_PACKAGE_NAME libvarnor.userlog-dev)
+    set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+    set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
+        "libvarnor.userlog1 (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15)")
+    set(CPACK_DEBIAN_DEV_DESCRIPTION "Headers and the files that link the library: a CMake package
+(find_package(VarnorUserLog), target Varnor::UserLog), a pkg-config file
+(varnor-userlog) and a qmake feature (CONFIG += varnor_userlog).")
+
+    # Each package's doc directory holds a copyright file and a compressed changelog
+    # (changelog.gz: the version has no Debian revision, a native package).
+    find_program(GZIP_EXECUTABLE gzip REQUIRED)
+    file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/debian)
+    execute_process(COMMAND ${GZIP_EXECUTABLE} -9 -n -c
+        ${CMAKE_CURRENT_SOURCE_DIR}/cmake/package/changelog
+        OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz)
+    foreach(pair runtime:libvarnor.userlog1 dev:libvarnor.userlog-dev)
+        string(REPLACE ":" ";" pair ${pair})
+        list(GET pair 0 component)
+        list(GET pair 1 package)
+        install(FILES cmake/package/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+    endforeach()
+endif()
+
+include(CPack)
