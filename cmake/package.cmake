@@ -14,11 +14,16 @@ if(WIN32)
     set(CPACK_GENERATOR ZIP)
     set(CPACK_PACKAGE_FILE_NAME varnor-userlog-${PROJECT_VERSION}-windows-x64-mingw)
     set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF) # one zip with both components
-    # The MinGW runtime the DLL was linked against, from the compiler itself.
+    # The MinGW runtime the DLL was linked against, from the compiler itself, without
+    # the debug information Debian's copies carry (libstdc++-6.dll: 23 MB with it).
     foreach(dll libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
         execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}
             OUTPUT_VARIABLE dll_path OUTPUT_STRIP_TRAILING_WHITESPACE)
-        install(FILES ${dll_path} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+        set(stripped ${CMAKE_CURRENT_BINARY_DIR}/mingw-runtime/${dll})
+        file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/mingw-runtime)
+        execute_process(COMMAND ${CMAKE_STRIP} --strip-debug -o ${stripped} ${dll_path}
+            COMMAND_ERROR_IS_FATAL ANY)
+        install(FILES ${stripped} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     endforeach()
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpfullversion
         OUTPUT_VARIABLE userlog_gcc_version OUTPUT_STRIP_TRAILING_WHITESPACE)
