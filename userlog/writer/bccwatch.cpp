@@ -19,31 +19,6 @@ constexpr int probeIntervalMs = 500;
 // Probes after the first one in a series.
 constexpr int followUpProbes = 3;
 
-// The bcc formats are filled one marker after the other, so each arg() sees
-// the text inserted by the one before.
-QString connectedLine(const QString& time, const QString& ipAddr, const QString& msg)
-{
-    return QStringLiteral("-- %1 -- bcc connected to %2, message:%3\n")
-        .arg(time)
-        .arg(ipAddr)
-        .arg(msg);
-}
-
-QString brokenLine(const QString& time, const QString& ipAddr, const QString& msg)
-{
-    return QStringLiteral("-- %1 -- bcc connection with %2 is broken, message:%3\n")
-        .arg(time)
-        .arg(ipAddr)
-        .arg(msg);
-}
-
-QString probeLine(const QString& time, const QString& ipAddr, bool reachable)
-{
-    const QString format = reachable ? QStringLiteral("-- %1 -- tcp connection with %2 is ok\n")
-                                     : QStringLiteral("-- %1 -- tcp lost connection with %2\n");
-    return format.arg(time).arg(ipAddr);
-}
-
 } // namespace
 
 void UserLogWriter::receiveBccLogs(bool bConnect, QString ipAddr, quint16 port, QString msg)
@@ -59,10 +34,10 @@ void UserLogWriter::receiveBccLogs(bool bConnect, QString ipAddr, quint16 port, 
     const QString time = logformat::stateTimeText(_stateTime);
     if (bConnect) {
         _bccState = 1;
-        writeBccLog(connectedLine(time, ipAddr, msg));
+        writeBccLog(logformat::bccConnectedLine(time, ipAddr, msg));
         return;
     }
-    const QString line = brokenLine(time, ipAddr, msg);
+    const QString line = logformat::bccBrokenLine(time, ipAddr, msg);
     _bccState = 0;
     writeBccLog(line);
     checkTcpState();
@@ -76,7 +51,8 @@ void UserLogWriter::checkTcpState()
                          QAbstractSocket::AnyIPProtocol);
     const bool reachable = socket.waitForConnected(probeTimeoutMs);
     _stateTime = QDateTime::currentDateTime();
-    writeBccLog(probeLine(logformat::stateTimeText(_stateTime), _bccIpAddr, reachable));
+    writeBccLog(
+        logformat::tcpProbeLine(logformat::stateTimeText(_stateTime), _bccIpAddr, reachable));
     backlog::workDone(); // probes that timers start are no host calls, but work all the same
 
     // One counter for every series, so overlapping series end together.
@@ -93,12 +69,12 @@ void UserLogWriter::writeBccLog(const QString& line)
     QMutexLocker locker(&_mutex);
     QString bccLogPath;
     if (!resolveIndexedLogPath(_bccLogName, bccLogDir, bccLogPath, logfiles::maxIndexedLogFiles)) {
-        qDebug("error, can not make bcc log dir!");
+        qDebug(logformat::message::cannotMakeBccLogDir);
         return;
     }
     QFile bccLog(bccLogPath);
     if (!logfiles::openForAppend(bccLog)) {
-        qDebug("open bcc log file error3:%s", logfiles::openErrorText(bccLog).constData());
+        qDebug(logformat::message::bccOpenError, logfiles::openErrorText(bccLog).constData());
         return;
     }
     QTextStream stream(&bccLog);

@@ -1,4 +1,4 @@
-#include "logfiles.h"
+#include "dirlisting.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QDirIterator>

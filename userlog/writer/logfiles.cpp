@@ -1,5 +1,7 @@
 #include "logfiles.h"
 
+#include "logformat.h"
+
 #include <QtCore/QDebug>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -62,11 +64,11 @@ bool ensureDirectory(const QString& dirPath, bool reportSuccess)
     if (workingDir.exists(dirPath))
         return true;
     if (!workingDir.mkpath(dirPath)) {
-        qDebug("make log dir failed!");
+        qDebug(logformat::message::makeLogDirFailed);
         return false;
     }
     if (reportSuccess)
-        qDebug("make log dir succeded!");
+        qDebug(logformat::message::makeLogDirSucceeded);
     return true;
 }
 

@@ -1,9 +1,10 @@
 #ifndef LOGFILES_H
 #define LOGFILES_H
 
+#include "dirlisting.h"
+
 #include <QtCore/QDate>
 #include <QtCore/QString>
-#include <QtCore/QVector>
 
 class QFile;
 
@@ -18,22 +19,6 @@ constexpr qint64 maxLogFileSize = 1048576;
 constexpr int maxIndexedLogFiles = 100;
 // ".txt" files a print file directory keeps.
 constexpr int maxPrintFiles = 500;
-
-// One non-hidden file (or symbolic link to a file) directly inside a directory.
-struct ListedFile
-{
-    QString name;
-    bool isSymLink;
-};
-
-// Lists the non-hidden files of dirPath, links to files included, in no
-// particular order. A missing directory lists as empty. Names only: no file is
-// stat'ed except links, whose target decides whether they count as files.
-QVector<ListedFile> listFiles(const QString& dirPath);
-
-// The same listing through QDirIterator alone: what listFiles falls back to
-// where the platform has no cheaper native listing.
-QVector<ListedFile> listFilesPortable(const QString& dirPath);
 
 // Index of any file in an indexed log directory: the text after the last "_"
 // of the part before the first ".", or 0 when that is not a number.

@@ -5,6 +5,13 @@ namespace logformat {
 const QString onlineHeaderFormat = QStringLiteral("-- %1 --");
 const QString offlineHeaderFormat = QStringLiteral("**%1**");
 
+const QString bannerSeparator = QStringLiteral("//---------------------------------");
+const QString bootedUpText = QStringLiteral(" <user log> <log> krn user log systerm booted up!");
+const QString connectedText =
+    QStringLiteral(" <user log> <log> krn system connected with controller!");
+const QString lostConnectionText =
+    QStringLiteral(" <user log> <log> krn system lost connection with controller!");
+
 QString stateTimeText(const QDateTime& time)
 {
     return time.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
@@ -76,6 +83,29 @@ QString userLogLine(const QString& header, const QString& block, const QString& 
     line.append(header).append(openBlock).append(block).append(openTag).append(tag);
     line.append(closeTag).append(message);
     return line;
+}
+
+QString bccConnectedLine(const QString& time, const QString& ipAddr, const QString& msg)
+{
+    return QStringLiteral("-- %1 -- bcc connected to %2, message:%3\n")
+        .arg(time)
+        .arg(ipAddr)
+        .arg(msg);
+}
+
+QString bccBrokenLine(const QString& time, const QString& ipAddr, const QString& msg)
+{
+    return QStringLiteral("-- %1 -- bcc connection with %2 is broken, message:%3\n")
+        .arg(time)
+        .arg(ipAddr)
+        .arg(msg);
+}
+
+QString tcpProbeLine(const QString& time, const QString& ipAddr, bool reachable)
+{
+    const QString format = reachable ? QStringLiteral("-- %1 -- tcp connection with %2 is ok\n")
+                                     : QStringLiteral("-- %1 -- tcp lost connection with %2\n");
+    return format.arg(time).arg(ipAddr);
 }
 
 } // namespace logformat

@@ -30,7 +30,7 @@ void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inL
                                     UserLogLevel inLevel)
 {
     if (inLogInfo.isEmpty()) {
-        qDebug("no log information to write!");
+        qDebug(logformat::message::noLogInformation);
         return;
     }
     QMutexLocker locker(&_mutex);
@@ -57,7 +57,7 @@ void UserLogWriter::receiveUserLogs(QList<LogInformation> inLogInfo)
 void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
 {
     if (list.isEmpty()) {
-        qDebug("received empty log list!");
+        qDebug(logformat::message::emptyLogList);
         return;
     }
     QMutexLocker locker(&_mutex);

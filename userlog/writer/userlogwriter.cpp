@@ -17,13 +17,6 @@ const QString customIniPath = QStringLiteral("../../KRN/user/custom.ini");
 
 namespace {
 
-const QString bannerSeparator = QStringLiteral("//---------------------------------");
-const QString bootedUpText = QStringLiteral(" <user log> <log> krn user log systerm booted up!");
-const QString connectedText =
-    QStringLiteral(" <user log> <log> krn system connected with controller!");
-const QString lostConnectionText =
-    QStringLiteral(" <user log> <log> krn system lost connection with controller!");
-
 QString customLogName(const QSettings& settings)
 {
     return settings.value(QStringLiteral("CUSTOM_LOG_NAME"), QStringLiteral("user_print_file"))
@@ -41,7 +34,9 @@ QString readCustomLogName()
 void writeBanner(QFile& file, const QString& bannerLine)
 {
     QTextStream stream(&file);
-    stream << bannerSeparator << Qt::endl << bannerLine << Qt::endl << bannerSeparator << Qt::endl;
+    stream << logformat::bannerSeparator << Qt::endl
+           << bannerLine << Qt::endl
+           << logformat::bannerSeparator << Qt::endl;
     file.close();
 }
 
@@ -71,14 +66,14 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
     _bConnected = bConnected;
     _stateTime = QDateTime::currentDateTime();
 
-    const QString* bannerText = &lostConnectionText;
+    const QString* bannerText = &logformat::lostConnectionText;
     if (bConnected) {
         _logName = _onlineLogName;
         _logDir = onlineLogDir;
         _printFileName = readCustomLogName();
         _printDir = userOnlineLogDir;
         _headerFormat = logformat::onlineHeaderFormat;
-        bannerText = &connectedText;
+        bannerText = &logformat::connectedText;
     } else {
         _headerFormat = logformat::offlineHeaderFormat;
         if (bFirstTime) {
@@ -86,7 +81,7 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
             _logDir = offlineLogDir;
             _printFileName = readCustomLogName() + QStringLiteral("_off");
             _printDir = offlineLogDir;
-            bannerText = &bootedUpText;
+            bannerText = &logformat::bootedUpText;
         }
     }
     const QString bannerLine =
@@ -117,11 +112,11 @@ bool UserLogWriter::openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& p
     const auto resolvePrintPath = [&] {
         if (resolveDatedLogPath(_printFileName, _printDir, printPath, logfiles::maxPrintFiles))
             return true;
-        qDebug("error, can not make log dir!");
+        qDebug(logformat::message::cannotMakeLogDir);
         return false;
     };
     if (!resolveIndexedLogPath(_logName, _logDir, userLogPath, logfiles::maxIndexedLogFiles)) {
-        qDebug("error, can not make log dir!");
+        qDebug(logformat::message::cannotMakeLogDir);
         return false;
     }
     if (event == LogEvent::Banner && !resolvePrintPath())
@@ -143,11 +138,12 @@ bool UserLogWriter::openLogFile(QFile& file, const QString& path, LogEvent event
         return true;
     const QByteArray error = logfiles::openErrorText(file);
     if (event == LogEvent::Banner)
-        qDebug("open log file error1(%s):%s", path.toLocal8Bit().constData(), error.constData());
+        qDebug(logformat::message::bannerOpenError, path.toLocal8Bit().constData(),
+               error.constData());
     else if (event == LogEvent::SingleEntry && !isPrintFile)
-        qDebug("open log file error2:%s", error.constData());
+        qDebug(logformat::message::entryOpenError, error.constData());
     else
-        qDebug("open log file error3:%s", error.constData());
+        qDebug(logformat::message::openError, error.constData());
     return false;
 }
 
