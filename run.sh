@@ -161,7 +161,7 @@ sanitize)
         run_tests build-asan
     ;;
 bench)
-    apt_install "${base_packages[@]}" libspdlog-dev
+    apt_install "${base_packages[@]}" libspdlog-dev strace
     configure_and_build build-bench -DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_BENCH=ON \
         -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF
     exec ./bench/run_bench.sh build-bench

@@ -73,6 +73,9 @@ void floorEvent(const Entry* entries, size_t count, bool batch, bool writePerLin
 std::vector<Row> hostRows(const std::string& dispatcher);
 // floorCheck says whether the floor wrote what the library wrote, run for run.
 std::vector<Row> writerRows(std::string* floorCheck, bool* floorMatches);
+// --syscalls: one run of single entries through the library or the floor.
+int syscallWorkload(bool floor, int entries);
+double systemCallsPerEntry(bool floor);
 // Run in a process of its own: prints the bytes held per queued entry.
 int memoryProbe(bool batch);
 

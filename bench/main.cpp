@@ -135,6 +135,9 @@ int main(int argc, char** argv)
     if (mode == QLatin1String("--memory"))
         return memoryProbe(app.arguments().value(2) == QLatin1String("batch"));
     qInstallMessageHandler(quietHandler);
+    if (mode == QLatin1String("--syscalls"))
+        return syscallWorkload(app.arguments().value(2) == QLatin1String("floor"),
+                               app.arguments().value(3).toInt());
     // The start-up and connected banners go into a tree of their own.
     BenchTree startTree;
     UserLog::logger()->connectedWithController(true);
@@ -160,8 +163,18 @@ int main(int argc, char** argv)
     rows.push_back(memoryRow(false));
     rows.push_back(memoryRow(true));
 
+    std::cout << "system calls per single entry, under strace..." << std::endl;
+    const double ourCalls = systemCallsPerEntry(false), floorCalls = systemCallsPerEntry(true);
+
     printTable(rows);
     std::cout << "floor check: " << floorCheck << std::endl;
+    if (ourCalls < 0 || floorCalls < 0)
+        std::cout << "system calls per single entry: not counted (strace could not run)"
+                  << std::endl;
+    else
+        std::printf("system calls per single entry (strace -f -c, every thread): userlog %.1f, "
+                    "floor %.1f\n",
+                    ourCalls, floorCalls);
     const bool complete =
         noGlib.size() == 2 && std::none_of(rows.begin(), rows.end(), [](const Row& r) {
             return std::isnan(r.ours) || std::isnan(r.peer);

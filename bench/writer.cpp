@@ -9,7 +9,10 @@
 #include <spdlog/logger.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
 
 #include <array>
 #include <fstream>
@@ -208,4 +211,51 @@ std::vector<Row> writerRows(std::string* floorCheck, bool* floorMatches)
         }
     }
     return rows;
+}
+
+// The single-entry workload alone, in the library (after a connect, as the timed
+// runs) or in the floor: what --syscalls runs under strace.
+int syscallWorkload(bool floor, int entries)
+{
+    BenchTree tree;
+    for (const char* dir : {"online", "useronline"})
+        QDir().mkpath(QString::fromStdString(tree.logPath(dir)));
+    const std::vector<Entry> workload = makeEntries({"", false, false, size_t(entries)});
+    if (floor) {
+        runFloor(workload, false, false);
+    } else {
+        UserLog::logger()->connectedWithController(true);
+        runLibrary(workload, false);
+    }
+    return 0;
+}
+
+// System calls per single entry, of every thread: this program under strace -c
+// with n and 2n entries, the difference over n, so that start-up and exit cancel
+// out. Counts, not times: the same on a busy machine. -1 when strace cannot run.
+double systemCallsPerEntry(bool floor)
+{
+    const auto count = [floor](int entries) {
+        QTemporaryDir dir;
+        const QString summary = dir.filePath(QStringLiteral("strace.txt"));
+        QProcess strace;
+        strace.start(QStringLiteral("strace"),
+                     {QStringLiteral("-f"), QStringLiteral("-c"), QStringLiteral("-o"), summary,
+                      QCoreApplication::applicationFilePath(), QStringLiteral("--syscalls"),
+                      floor ? QStringLiteral("floor") : QStringLiteral("userlog"),
+                      QString::number(entries)});
+        if (!strace.waitForFinished(300000) || strace.exitCode() != 0)
+            return -1.0;
+        QFile file(summary);
+        file.open(QIODevice::ReadOnly);
+        // The last line: "100.00  <seconds>  <usecs/call>  <calls>  [<errors>] total".
+        const QRegularExpression total(
+            QStringLiteral("^\\S+\\s+\\S+\\s+\\S*\\s+(\\d+)\\s+(?:\\d+\\s+)?total$"),
+            QRegularExpression::MultilineOption);
+        const QRegularExpressionMatch match = total.match(QString::fromUtf8(file.readAll()));
+        return match.hasMatch() ? match.captured(1).toDouble() : -1.0;
+    };
+    constexpr int n = 1000;
+    const double once = count(n), twice = count(2 * n);
+    return once < 0 || twice < 0 ? -1 : (twice - once) / n;
 }
