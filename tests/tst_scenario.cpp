@@ -1,0 +1,82 @@
+// userlog-host's scenario lines: every kind of bad line, found by the runner with
+// its line number, and one bad line end to end through the program.
+#include "testtree.h"
+
+#include "runner.h"
+
+#include <QtTest/QtTest>
+
+class TestScenario : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(_tree.isValid()); }
+
+    void badLines_data()
+    {
+        QTest::addColumn<QString>("scenario");
+        QTest::addColumn<QString>("error");
+        const QString levels = " (info, warn, error, printinfo, print, log or a number)"_s;
+        QTest::newRow("unknown level") << "entry B now fatal x"_s
+                                       << "s:1: unknown level \"fatal\""_s + levels;
+        QTest::newRow("level too large for int") << "entry B now 2147483648 x"_s
+                                                 << "s:1: unknown level \"2147483648\""_s + levels;
+        QTest::newRow("missing message") << "# comment\n\nentry B now info"_s
+                                         << "s:3: expected: entry BLOCK TIME LEVEL MESSAGE"_s;
+        QTest::newRow("unterminated quote") << "entry B now info \"open"_s
+                                            << "s:1: unterminated quote"_s;
+        QTest::newRow("$port before listen") << "bcc down 127.0.0.1 $port x"_s
+                                             << "s:1: $port used before listen"_s;
+        QTest::newRow("port out of range") << "bcc down ::1 70000 x"_s
+                                           << "s:1: bad port \"70000\" (0 to 65535, or $port)"_s;
+        QTest::newRow("controller inside a batch")
+            << "batch\ncontroller connected\nend"_s
+            << "s:2: only entry lines may stand between batch and end"_s;
+        QTest::newRow("end without batch") << "end"_s
+                                           << "s:1: end without batch"_s;
+        QTest::newRow("unclosed batch") << "entry B now info x\nbatch\nentry B now info y"_s
+                                        << "s:2: batch is not closed by \"end\""_s;
+        QTest::newRow("unlisten without listen") << "unlisten"_s
+                                                 << "s:1: unlisten without listen"_s;
+        QTest::newRow("negative wait") << "wait -1"_s
+                                       << "s:1: bad wait \"-1\" (milliseconds, 0 to 600000)"_s;
+        QTest::newRow("unknown command") << "dance"_s
+                                         << "s:1: unknown command \"dance\""_s;
+    }
+
+    void badLines()
+    {
+        QFETCH(QString, scenario);
+        QFETCH(QString, error);
+        ScenarioRunner runner(UserLog::logger());
+        QTextStream in(&scenario);
+        QString found;
+        QVERIFY(!runner.run(in, "s"_s, found));
+        QCOMPARE(found, error);
+    }
+
+#ifdef USERLOG_HOST
+    // The program names the line, says what is wrong with it and exits with 1.
+    void badLineEndToEnd()
+    {
+        QProcess host;
+        host.start(USERLOG_HOST, {"--root"_s, _tree.root(), "-"_s});
+        host.write("entry B now info fine\nwait -1\n");
+        host.closeWriteChannel();
+        QVERIFY(host.waitForFinished(60000) && host.exitStatus() == QProcess::NormalExit);
+        QCOMPARE(host.exitCode(), 1);
+        QCOMPARE(
+            host.readAllStandardError().trimmed(),
+            QByteArray("userlog-host: <stdin>:2: bad wait \"-1\" (milliseconds, 0 to 600000)"));
+        QCOMPARE(withoutTimes(readLines(_tree.path("log/offline/user_print_file_off"_s))).last(),
+                 "**T** <B> <info> fine"_s);
+    }
+#endif
+
+private:
+    TestTree _tree;
+};
+
+QTEST_GUILESS_MAIN(TestScenario)
+#include "tst_scenario.moc"
