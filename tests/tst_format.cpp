@@ -21,20 +21,19 @@ private slots:
         QTest::addColumn<QString>("batchTag");
         QTest::addColumn<bool>("singlePrinted");
         QTest::addColumn<bool>("batchPrinted");
-        QTest::newRow("2 info") << 2 << "info"_s
-                                << "info"_s << false << false;
-        QTest::newRow("3 warn") << 3 << "warn"_s
-                                << "warn"_s << false << false;
-        QTest::newRow("4 erro") << 4 << "erro"_s
-                                << "erro"_s << false << false;
-        QTest::newRow("5 printinfo, printed, in a batch only") << 5 << "log"_s
-                                                               << "printinfo"_s << false << true;
-        QTest::newRow("6 printed as a single entry only") << 6 << "log"_s
-                                                          << "log"_s << true << false;
+        const auto row = [](const char* name, int level, const char* single, const char* batch,
+                            bool singlePrinted, bool batchPrinted) {
+            QTest::newRow(name) << level << QString(single) << QString(batch) << singlePrinted
+                                << batchPrinted;
+        };
+        row("2 info", 2, "info", "info", false, false);
+        row("3 warn", 3, "warn", "warn", false, false);
+        row("4 erro", 4, "erro", "erro", false, false);
+        row("5 printinfo, printed, in a batch only", 5, "log", "printinfo", false, true);
+        row("6 printed as a single entry only", 6, "log", "log", true, false);
         // Every other value is a plain entry, also those whose low bytes read 5 or 6.
         for (const int level : {0, 1, 7, -1, INT_MIN, INT_MAX, 0x106, 0x10005})
-            QTest::addRow("%d plain", level) << level << "log"_s
-                                             << "log"_s << false << false;
+            row(qPrintable(QString::number(level) + " plain"_s), level, "log", "log", false, false);
     }
 
     void levels()

@@ -17,32 +17,26 @@ private slots:
     {
         QTest::addColumn<QString>("scenario");
         QTest::addColumn<QString>("error");
-        const QString levels = " (info, warn, error, printinfo, print, log or a number)"_s;
-        QTest::newRow("unknown level") << "entry B now fatal x"_s
-                                       << "s:1: unknown level \"fatal\""_s + levels;
-        QTest::newRow("level too large for int") << "entry B now 2147483648 x"_s
-                                                 << "s:1: unknown level \"2147483648\""_s + levels;
-        QTest::newRow("missing message") << "# comment\n\nentry B now info"_s
-                                         << "s:3: expected: entry BLOCK TIME LEVEL MESSAGE"_s;
-        QTest::newRow("unterminated quote") << "entry B now info \"open"_s
-                                            << "s:1: unterminated quote"_s;
-        QTest::newRow("$port before listen") << "bcc down 127.0.0.1 $port x"_s
-                                             << "s:1: $port used before listen"_s;
-        QTest::newRow("port out of range") << "bcc down ::1 70000 x"_s
-                                           << "s:1: bad port \"70000\" (0 to 65535, or $port)"_s;
-        QTest::newRow("controller inside a batch")
-            << "batch\ncontroller connected\nend"_s
-            << "s:2: only entry lines may stand between batch and end"_s;
-        QTest::newRow("end without batch") << "end"_s
-                                           << "s:1: end without batch"_s;
-        QTest::newRow("unclosed batch") << "entry B now info x\nbatch\nentry B now info y"_s
-                                        << "s:2: batch is not closed by \"end\""_s;
-        QTest::newRow("unlisten without listen") << "unlisten"_s
-                                                 << "s:1: unlisten without listen"_s;
-        QTest::newRow("negative wait") << "wait -1"_s
-                                       << "s:1: bad wait \"-1\" (milliseconds, 0 to 600000)"_s;
-        QTest::newRow("unknown command") << "dance"_s
-                                         << "s:1: unknown command \"dance\""_s;
+        const char* levels = " (info, warn, error, printinfo, print, log or a number)";
+        addRow("unknown level", "entry B now fatal x",
+               qPrintable("s:1: unknown level \"fatal\""_s + levels));
+        addRow("level too large for int", "entry B now 2147483648 x",
+               qPrintable("s:1: unknown level \"2147483648\""_s + levels));
+        addRow("missing message", "# comment\n\nentry B now info",
+               "s:3: expected: entry BLOCK TIME LEVEL MESSAGE");
+        addRow("unterminated quote", "entry B now info \"open", "s:1: unterminated quote");
+        addRow("$port before listen", "bcc down 127.0.0.1 $port x",
+               "s:1: $port used before listen");
+        addRow("port out of range", "bcc down ::1 70000 x",
+               "s:1: bad port \"70000\" (0 to 65535, or $port)");
+        addRow("controller inside a batch", "batch\ncontroller connected\nend",
+               "s:2: only entry lines may stand between batch and end");
+        addRow("end without batch", "end", "s:1: end without batch");
+        addRow("unclosed batch", "entry B now info x\nbatch\nentry B now info y",
+               "s:2: batch is not closed by \"end\"");
+        addRow("unlisten without listen", "unlisten", "s:1: unlisten without listen");
+        addRow("negative wait", "wait -1", "s:1: bad wait \"-1\" (milliseconds, 0 to 600000)");
+        addRow("unknown command", "dance", "s:1: unknown command \"dance\"");
     }
 
     void badLines()
