@@ -10,11 +10,6 @@
 
 #include <algorithm>
 
-#ifdef Q_OS_UNIX
-#include <fcntl.h>
-#include <unistd.h>
-#endif
-
 namespace logfiles {
 
 namespace {
@@ -354,22 +349,7 @@ bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QStr
 
 bool openForAppend(QFile& file)
 {
-    const QIODevice::OpenMode append = QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text;
-#ifdef Q_OS_UNIX
-    // QFile's own open for appending stats the file twice and seeks to its end,
-    // which O_APPEND makes unnecessary: two system calls of four per file. The
-    // device is opened without Append so that QFile does not seek either; the
-    // kernel appends every write. A failed open is rare, and QFile then opens
-    // again itself so that its error text is exactly the framework's.
-    const int fd = ::open(QFile::encodeName(file.fileName()).constData(),
-                          O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (fd >= 0) {
-        if (file.open(fd, QIODevice::WriteOnly | QIODevice::Text, QFileDevice::AutoCloseHandle))
-            return true;
-        ::close(fd);
-    }
-#endif
-    return file.open(append);
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
 }
 
 QByteArray openErrorText(const QFile& file)
