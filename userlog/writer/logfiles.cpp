@@ -9,6 +9,7 @@
 #include <QtCore/QRegularExpression>
 
 #include <algorithm>
+#include <cstring>
 
 namespace logfiles {
 
@@ -19,14 +20,33 @@ const QLatin1String txtSuffix(".txt");
 
 // Case-insensitive tests, tried exactly first: the names this library makes
 // match exactly, and an exact comparison costs a fraction of case folding.
+// The exact ones are written out: they run for every file of a full print
+// directory at every event, and on names this short QString's own calls cost
+// several times the comparison.
 bool startsWithIgnoringCase(const QString& text, const QString& prefix)
 {
-    return text.startsWith(prefix) || text.startsWith(prefix, Qt::CaseInsensitive);
+    const bool exact =
+        text.size() >= prefix.size() && std::memcmp(text.constData(), prefix.constData(),
+                                                    sizeof(QChar) * size_t(prefix.size())) == 0;
+    return exact || text.startsWith(prefix, Qt::CaseInsensitive);
 }
 
 bool endsWithIgnoringCase(const QString& text, QLatin1String suffix)
 {
-    return text.endsWith(suffix) || text.endsWith(suffix, Qt::CaseInsensitive);
+    const int start = text.size() - suffix.size();
+    const auto sameChar = [](QChar c, char latin1) { return c == QLatin1Char(latin1); };
+    const bool exact = start >= 0 && std::equal(text.constBegin() + start, text.constEnd(),
+                                                suffix.data(), sameChar);
+    return exact || text.endsWith(suffix, Qt::CaseInsensitive);
+}
+
+// QString::lastIndexOf(c, from) for 0 <= from < text.size().
+int lastIndexOf(const QString& text, QChar c, int from)
+{
+    const QChar* data = text.constData();
+    while (from >= 0 && data[from] != c)
+        --from;
+    return from;
 }
 
 // QStringRef::toInt, with a shortcut for the plain digit runs that file names
@@ -222,7 +242,7 @@ public:
         return suffixStart >= start + 1 && fileName.at(start - 1) == QLatin1Char('_') &&
                startsWithIgnoringCase(fileName, _prefix) &&
                endsWithIgnoringCase(fileName, txtSuffix) &&
-               fileName.lastIndexOf(QLatin1Char('_'), suffixStart - 1) >= start;
+               lastIndexOf(fileName, QLatin1Char('_'), suffixStart - 1) >= start;
     }
 
 private:
@@ -257,11 +277,12 @@ bool matchesDatedPattern(const QString& fileName, const QString& prefix)
 bool datedFileIndex(const QString& fileName, const QString& prefix, int* index)
 {
     const int start = prefix.size() + 1;
-    const int end = fileName.lastIndexOf(QLatin1Char('_'));
+    const int end =
+        fileName.isEmpty() ? -1 : lastIndexOf(fileName, QLatin1Char('_'), fileName.size() - 1);
     if (end <= start)
         return false;
     bool ok = false;
-    *index = readIndex(fileName.midRef(start, end - start), &ok);
+    *index = readIndex(QStringRef(&fileName, start, end - start), &ok);
     return ok;
 }
 
