@@ -16,6 +16,13 @@ struct ListedFile
     bool isSymLink;
 };
 
+} // namespace logfiles
+
+// Moved in memory as a whole when a listing grows: hundreds of names per event.
+Q_DECLARE_TYPEINFO(logfiles::ListedFile, Q_MOVABLE_TYPE);
+
+namespace logfiles {
+
 // Lists the non-hidden files of dirPath, links to files included, in no
 // particular order: what QDir(dirPath).entryInfoList(QDir::Files) lists. A
 // missing directory lists as empty. Names only: no file is stat'ed except

@@ -11,6 +11,10 @@
 #include <algorithm>
 #include <cstring>
 
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
+
 namespace logfiles {
 
 namespace {
@@ -21,8 +25,8 @@ const QLatin1String txtSuffix(".txt");
 // Case-insensitive tests, tried exactly first: the names this library makes
 // match exactly, and an exact comparison costs a fraction of case folding.
 // The exact ones are written out: they run for every file of a full print
-// directory at every event, and on names this short QString's own calls cost
-// several times the comparison.
+// directory at every event, and on names this short QString's general calls
+// cost several times the comparison.
 bool startsWithIgnoringCase(const QString& text, const QString& prefix)
 {
     const bool exact =
@@ -63,6 +67,21 @@ int readIndex(const QStringRef& text, bool* ok)
     }
     *ok = true;
     return value;
+}
+
+// QFileInfo(path).size(): the target's size, 0 when it cannot be stat'ed. A
+// plain stat() on Unix, where a QFileInfo costs more than the system call; a
+// name stat() cannot take (empty, or with a NUL from a custom name) is left to
+// QFileInfo, which warns about it.
+qint64 fileSize(const QString& path)
+{
+#ifdef Q_OS_UNIX
+    const QByteArray name = QFile::encodeName(path);
+    struct stat info;
+    if (!name.isEmpty() && !name.contains('\0'))
+        return ::stat(name.constData(), &info) == 0 ? qint64(info.st_size) : 0;
+#endif
+    return QFileInfo(path).size();
 }
 
 struct IndexedFile
@@ -162,12 +181,9 @@ QString firstIndexedFileWithRoom(const QString& dirPrefix, const QString& namePa
     QString path = dirPrefix + indexedFileName(namePattern, index);
     if (!namePattern.contains(indexMarker))
         return path;
-    // size() reads 0 for a missing file, so one stat answers both questions.
-    QFileInfo info(path);
-    while (info.size() > maxLogFileSize) {
+    // The size reads 0 for a missing file, so one stat answers both questions.
+    while (fileSize(path) > maxLogFileSize)
         path = dirPrefix + indexedFileName(namePattern, ++index);
-        info.setFile(path);
-    }
     return path;
 }
 
@@ -255,11 +271,15 @@ private:
 
 int indexOfLogFile(const QString& fileName)
 {
-    const int dot = fileName.indexOf(QLatin1Char('.'));
-    const QStringRef baseName = dot < 0 ? QStringRef(&fileName) : fileName.leftRef(dot);
-    const int underscore = baseName.lastIndexOf(QLatin1Char('_'));
+    // Scanned by hand, as the print file names are: it runs for every file of
+    // the user log directory at every event.
+    const QChar* name = fileName.constData();
+    int dot = 0;
+    while (dot < fileName.size() && name[dot] != QLatin1Char('.'))
+        ++dot;
+    const int underscore = dot == 0 ? -1 : lastIndexOf(fileName, QLatin1Char('_'), dot - 1);
     bool ok = false;
-    const int index = readIndex(baseName.mid(underscore + 1), &ok);
+    const int index = readIndex(QStringRef(&fileName, underscore + 1, dot - underscore - 1), &ok);
     return ok ? index : 0;
 }
 
@@ -363,7 +383,7 @@ bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QStr
         return true;
     }
     filePath = dirPrefix + latestName;
-    if (QFileInfo(filePath).size() > maxLogFileSize)
+    if (fileSize(filePath) > maxLogFileSize)
         filePath = dirPrefix + datedFileName(namePrefix, qint64(highest) + 1, QDate::currentDate());
     return true;
 }
