@@ -253,15 +253,38 @@ public:
         // anyway would print a warning for every file of every event.
         if (_wildcards)
             return _filter.isValid() && _filter.match(fileName).hasMatch();
+        return lastSeparator(fileName) >= _prefix.size() + 1;
+    }
+
+    // matches() and datedFileIndex() in one: the "_" that ends the index is the
+    // one the match looks for, since the ".txt" after it holds none.
+    bool matchesWithIndex(const QString& fileName, int* index) const
+    {
+        if (_wildcards)
+            return matches(fileName) && datedFileIndex(fileName, _prefix, index);
         const int start = _prefix.size() + 1;
-        const int suffixStart = fileName.size() - txtSuffix.size();
-        return suffixStart >= start + 1 && fileName.at(start - 1) == QLatin1Char('_') &&
-               startsWithIgnoringCase(fileName, _prefix) &&
-               endsWithIgnoringCase(fileName, txtSuffix) &&
-               lastIndexOf(fileName, QLatin1Char('_'), suffixStart - 1) >= start;
+        const int end = lastSeparator(fileName);
+        if (end <= start)
+            return false;
+        bool ok = false;
+        *index = readIndex(QStringRef(&fileName, start, end - start), &ok);
+        return ok;
     }
 
 private:
+    // Without wildcards: the last "_" before the ".txt" of a name that starts
+    // with prefix + "_", or -1.
+    int lastSeparator(const QString& fileName) const
+    {
+        const int start = _prefix.size() + 1;
+        const int suffixStart = fileName.size() - txtSuffix.size();
+        if (suffixStart < start + 1 || fileName.at(start - 1) != QLatin1Char('_') ||
+            !startsWithIgnoringCase(fileName, _prefix) ||
+            !endsWithIgnoringCase(fileName, txtSuffix))
+            return -1;
+        return lastIndexOf(fileName, QLatin1Char('_'), suffixStart - 1);
+    }
+
     QString _prefix;
     QRegularExpression _filter;
     bool _wildcards = false;
@@ -320,8 +343,8 @@ int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
     QString latestLower;
     for (const ListedFile& file : files) {
         int index = 0;
-        if (file.isSymLink || file.name == skipName || !matcher.matches(file.name) ||
-            !datedFileIndex(file.name, prefix, &index) || index < highest)
+        if (file.isSymLink || file.name == skipName ||
+            !matcher.matchesWithIndex(file.name, &index) || index < highest)
             continue;
         const QString lower = file.name.toLower();
         // Names equal but for case can coexist on a case-sensitive file
