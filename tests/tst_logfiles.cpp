@@ -100,7 +100,7 @@ void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& b
                                  base + "_-"_s + i + tail,
                                  base + "_99999999999"_s + tail,
                                  base + '_' + i + ".txt"_s,
-                                 "notes_"_s + i + ".log"_s,
+                                 "n\u00f6tes_"_s + i + ".log"_s,
                                  "readme.txt"_s,
                                  ".hidden_"_s + i + ".txt"_s,
                                  "n\u00e4me_"_s + i + '/',

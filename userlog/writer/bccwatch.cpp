@@ -1,12 +1,11 @@
 #include "userlogwriter.h"
 
 #include "../backlog.h"
+#include "appendonlyfile.h"
 #include "logfiles.h"
 #include "logformat.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QMutexLocker>
-#include <QtCore/QTextStream>
 #include <QtCore/QTimer>
 #include <QtNetwork/QTcpSocket>
 
@@ -72,13 +71,11 @@ void UserLogWriter::writeBccLog(const QString& line)
         qDebug(logformat::message::cannotMakeBccLogDir);
         return;
     }
-    QFile bccLog(bccLogPath);
-    if (!logfiles::openForAppend(bccLog)) {
-        qDebug(logformat::message::bccOpenError, logfiles::openErrorText(bccLog).constData());
+    AppendOnlyFile bccLog;
+    if (!bccLog.open(bccLogPath)) {
+        qDebug(logformat::message::bccOpenError, bccLog.errorText().constData());
         return;
     }
-    QTextStream stream(&bccLog);
-    stream << line;
-    stream.flush();
+    bccLog.write(line);
     bccLog.close();
 }

@@ -2,6 +2,7 @@
 #define DIRLISTING_H
 
 #include <QtCore/QString>
+#include <QtCore/QStringView>
 #include <QtCore/QVector>
 
 // Directory listings for the log directories: every event lists its
@@ -16,6 +17,13 @@ struct ListedFile
     bool isSymLink;
 };
 
+} // namespace logfiles
+
+// Moved in memory as a whole when a listing grows: hundreds of names per event.
+Q_DECLARE_TYPEINFO(logfiles::ListedFile, Q_MOVABLE_TYPE);
+
+namespace logfiles {
+
 // Lists the non-hidden files of dirPath, links to files included, in no
 // particular order: what QDir(dirPath).entryInfoList(QDir::Files) lists. A
 // missing directory lists as empty. Names only: no file is stat'ed except
@@ -25,6 +33,36 @@ QVector<ListedFile> listFiles(const QString& dirPath);
 // The same listing through QDirIterator alone: what listFiles falls back to
 // where the platform has no cheaper native listing, or its own fails.
 QVector<ListedFile> listFilesPortable(const QString& dirPath);
+
+// listFiles' listing with every name in one string, handed out as views. A
+// print directory lists hundreds of files at every event, and most of them
+// are only matched against a pattern: a string of their own would cost them
+// more than the matching.
+class DirListing
+{
+public:
+    explicit DirListing(const QString& dirPath);
+
+    int size() const { return int(_entries.size()); }
+    bool isEmpty() const { return _entries.isEmpty(); }
+    bool isSymLink(int i) const { return _entries.at(i).isSymLink; }
+    // The name of file i as listFiles gives it, valid while the listing lives.
+    QStringView name(int i) const
+    {
+        return QStringView(_names).mid(_entries.at(i).offset, _entries.at(i).size);
+    }
+    QVector<ListedFile> files() const;
+
+private:
+    struct Entry
+    {
+        int offset;
+        int size;
+        bool isSymLink;
+    };
+    QString _names;
+    QVector<Entry> _entries;
+};
 
 } // namespace logfiles
 

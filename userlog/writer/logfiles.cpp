@@ -9,10 +9,11 @@
 #include <QtCore/QRegularExpression>
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 
 #ifdef Q_OS_UNIX
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 #endif
 
 namespace logfiles {
@@ -24,30 +25,88 @@ const QLatin1String txtSuffix(".txt");
 
 // Case-insensitive tests, tried exactly first: the names this library makes
 // match exactly, and an exact comparison costs a fraction of case folding.
-bool startsWithIgnoringCase(const QString& text, const QString& prefix)
+// The exact ones are written out: they run for every file of a full print
+// directory at every event, and on names this short QString's general calls
+// cost several times the comparison.
+bool startsWithIgnoringCase(QStringView text, const QString& prefix)
 {
-    return text.startsWith(prefix) || text.startsWith(prefix, Qt::CaseInsensitive);
+    const bool exact =
+        text.size() >= prefix.size() &&
+        std::memcmp(text.data(), prefix.constData(), sizeof(QChar) * size_t(prefix.size())) == 0;
+    return exact || text.startsWith(QStringView(prefix), Qt::CaseInsensitive);
 }
 
-bool endsWithIgnoringCase(const QString& text, QLatin1String suffix)
+bool endsWithIgnoringCase(QStringView text, QLatin1String suffix)
 {
-    return text.endsWith(suffix) || text.endsWith(suffix, Qt::CaseInsensitive);
+    const qsizetype start = text.size() - suffix.size();
+    const auto sameChar = [](QChar c, char latin1) { return c == QLatin1Char(latin1); };
+    const bool exact =
+        start >= 0 && std::equal(text.begin() + start, text.end(), suffix.data(), sameChar);
+    return exact || text.endsWith(suffix, Qt::CaseInsensitive);
 }
 
-// QStringRef::toInt, with a shortcut for the plain digit runs that file names
+// QString::lastIndexOf(c, from) for 0 <= from < text.size().
+int lastIndexOf(QStringView text, QChar c, int from)
+{
+    while (from >= 0 && text[from] != c)
+        --from;
+    return from;
+}
+
+// QString::toInt, with a shortcut for the plain digit runs that file names
 // carry; signs, blanks and overflow still go through toInt itself.
-int readIndex(const QStringRef& text, bool* ok)
+int readIndex(QStringView text, bool* ok)
 {
     if (text.isEmpty() || text.size() > 9)
-        return text.toInt(ok);
+        return text.toString().toInt(ok);
     int value = 0;
     for (const QChar c : text) {
         if (c < QLatin1Char('0') || c > QLatin1Char('9'))
-            return text.toInt(ok);
+            return text.toString().toInt(ok);
         value = value * 10 + (c.unicode() - '0');
     }
     *ok = true;
     return value;
+}
+
+int indexOfLogFileName(QStringView fileName)
+{
+    // Scanned by hand, as the print file names are: it runs for every file of
+    // the user log directory at every event.
+    int dot = 0;
+    while (dot < fileName.size() && fileName[dot] != QLatin1Char('.'))
+        ++dot;
+    const int underscore = dot == 0 ? -1 : lastIndexOf(fileName, QLatin1Char('_'), dot - 1);
+    bool ok = false;
+    const int index = readIndex(fileName.mid(underscore + 1, dot - underscore - 1), &ok);
+    return ok ? index : 0;
+}
+
+bool datedIndex(QStringView fileName, const QString& prefix, int* index)
+{
+    const int start = prefix.size() + 1;
+    const int end =
+        fileName.isEmpty() ? -1 : lastIndexOf(fileName, QLatin1Char('_'), int(fileName.size()) - 1);
+    if (end <= start)
+        return false;
+    bool ok = false;
+    *index = readIndex(fileName.mid(start, end - start), &ok);
+    return ok;
+}
+
+// QFileInfo(path).size(): the target's size, 0 when it cannot be stat'ed. A
+// plain stat() on Unix, where a QFileInfo costs more than the system call; a
+// name stat() cannot take (empty, or with a NUL from a custom name) is left to
+// QFileInfo, which warns about it.
+qint64 fileSize(const QString& path)
+{
+#ifdef Q_OS_UNIX
+    const QByteArray name = QFile::encodeName(path);
+    struct stat info;
+    if (!name.isEmpty() && !name.contains('\0'))
+        return ::stat(name.constData(), &info) == 0 ? qint64(info.st_size) : 0;
+#endif
+    return QFileInfo(path).size();
 }
 
 struct IndexedFile
@@ -73,11 +132,11 @@ bool ensureDirectory(const QString& dirPath, bool reportSuccess)
 }
 
 // The current file needs only the highest index; no sort unless retention runs.
-int highestIndex(const QVector<ListedFile>& files)
+int highestIndex(const DirListing& listing)
 {
-    int highest = indexOfLogFile(files.first().name);
-    for (const ListedFile& file : files)
-        highest = std::max(highest, indexOfLogFile(file.name));
+    int highest = std::numeric_limits<int>::min();
+    for (int i = 0; i < listing.size(); ++i)
+        highest = std::max(highest, indexOfLogFileName(listing.name(i)));
     return highest;
 }
 
@@ -147,31 +206,28 @@ QString firstIndexedFileWithRoom(const QString& dirPrefix, const QString& namePa
     QString path = dirPrefix + indexedFileName(namePattern, index);
     if (!namePattern.contains(indexMarker))
         return path;
-    // size() reads 0 for a missing file, so one stat answers both questions.
-    QFileInfo info(path);
-    while (info.size() > maxLogFileSize) {
+    // The size reads 0 for a missing file, so one stat answers both questions.
+    while (fileSize(path) > maxLogFileSize)
         path = dirPrefix + indexedFileName(namePattern, ++index);
-        info.setFile(path);
-    }
     return path;
 }
 
-bool isTxtFile(const ListedFile& file)
+bool isTxtName(QStringView name)
 {
-    return endsWithIgnoringCase(file.name, txtSuffix);
+    return endsWithIgnoringCase(name, txtSuffix);
 }
 
 // The least recently read ".txt" file; equal times go to the first in name order.
-QString leastRecentlyReadTxtFile(const QDir& folder, const QVector<const ListedFile*>& txtFiles)
+QString leastRecentlyReadTxtFile(const QDir& folder, const QStringList& txtNames)
 {
     QString oldestName;
     QDateTime oldestRead;
-    for (const ListedFile* file : txtFiles) {
-        const QDateTime read = QFileInfo(folder.absoluteFilePath(file->name)).lastRead();
+    for (const QString& name : txtNames) {
+        const QDateTime read = QFileInfo(folder.absoluteFilePath(name)).lastRead();
         const bool older = oldestName.isNull() || read < oldestRead ||
-                           (read == oldestRead && file->name.compare(oldestName) < 0);
+                           (read == oldestRead && name.compare(oldestName) < 0);
         if (older) {
-            oldestName = file->name;
+            oldestName = name;
             oldestRead = read;
         }
     }
@@ -179,21 +235,22 @@ QString leastRecentlyReadTxtFile(const QDir& folder, const QVector<const ListedF
 }
 
 // Returns the name of the deleted file, or a null string when none was deleted.
-QString deleteOldestTxtFile(const QString& folderPath, const QVector<ListedFile>& files,
-                            int maxFileCount)
+QString deleteOldestTxtFile(const QString& folderPath, const DirListing& listing, int maxFileCount)
 {
     // Counting is cheap; the per-file time queries run only when a file has to go.
-    const auto txtCount = std::count_if(files.begin(), files.end(), isTxtFile);
+    int txtCount = 0;
+    for (int i = 0; i < listing.size(); ++i)
+        txtCount += isTxtName(listing.name(i)) ? 1 : 0;
     if (txtCount <= maxFileCount)
         return QString();
-    QVector<const ListedFile*> txtFiles;
-    txtFiles.reserve(int(txtCount));
-    for (const ListedFile& file : files) {
-        if (isTxtFile(file))
-            txtFiles.append(&file);
+    QStringList txtNames;
+    txtNames.reserve(txtCount);
+    for (int i = 0; i < listing.size(); ++i) {
+        if (isTxtName(listing.name(i)))
+            txtNames.append(listing.name(i).toString());
     }
     const QDir folder(folderPath);
-    const QString oldest = leastRecentlyReadTxtFile(folder, txtFiles);
+    const QString oldest = leastRecentlyReadTxtFile(folder, txtNames);
     return QFile::remove(folder.absoluteFilePath(oldest)) ? oldest : QString();
 }
 
@@ -216,36 +273,100 @@ public:
                                          QRegularExpression::CaseInsensitiveOption);
     }
 
-    bool matches(const QString& fileName) const
+    bool matches(QStringView fileName) const
     {
         // An invalid filter (an unmatched "[") matches nothing; asking it
         // anyway would print a warning for every file of every event.
         if (_wildcards)
-            return _filter.isValid() && _filter.match(fileName).hasMatch();
+            return _filter.isValid() && _filter.match(fileName.toString()).hasMatch();
+        return lastSeparator(fileName) >= _prefix.size() + 1;
+    }
+
+    // matches() and datedFileIndex() in one: the "_" that ends the index is the
+    // one the match looks for, since the ".txt" after it holds none.
+    bool matchesWithIndex(QStringView fileName, int* index) const
+    {
+        if (_wildcards)
+            return matches(fileName) && datedIndex(fileName, _prefix, index);
         const int start = _prefix.size() + 1;
-        const int suffixStart = fileName.size() - txtSuffix.size();
-        return suffixStart >= start + 1 && fileName.at(start - 1) == QLatin1Char('_') &&
-               startsWithIgnoringCase(fileName, _prefix) &&
-               endsWithIgnoringCase(fileName, txtSuffix) &&
-               fileName.lastIndexOf(QLatin1Char('_'), suffixStart - 1) >= start;
+        const int end = lastSeparator(fileName);
+        if (end <= start)
+            return false;
+        bool ok = false;
+        *index = readIndex(fileName.mid(start, end - start), &ok);
+        return ok;
     }
 
 private:
+    // Without wildcards: the last "_" before the ".txt" of a name that starts
+    // with prefix + "_", or -1.
+    int lastSeparator(QStringView fileName) const
+    {
+        const int start = _prefix.size() + 1;
+        const int suffixStart = int(fileName.size()) - txtSuffix.size();
+        if (suffixStart < start + 1 || fileName.at(start - 1) != QLatin1Char('_') ||
+            !startsWithIgnoringCase(fileName, _prefix) ||
+            !endsWithIgnoringCase(fileName, txtSuffix))
+            return -1;
+        return lastIndexOf(fileName, QLatin1Char('_'), suffixStart - 1);
+    }
+
     QString _prefix;
     QRegularExpression _filter;
     bool _wildcards = false;
 };
 
+// latestDatedFile's choice, offered one file at a time. Only the few files
+// that lead so far get a string of their own.
+class LatestDatedChoice
+{
+public:
+    LatestDatedChoice(const QString& prefix, const QString& skipName, QString* latestName)
+        : _matcher(prefix), _skipName(skipName), _latestName(latestName)
+    {}
+
+    void offer(QStringView name, bool isSymLink)
+    {
+        int index = 0;
+        if (isSymLink || name == QStringView(_skipName) ||
+            !_matcher.matchesWithIndex(name, &index) || index < _highest)
+            return;
+        const QString file = name.toString();
+        const QString lower = file.toLower();
+        // Names equal but for case can coexist on a case-sensitive file
+        // system; their exact order decides, not the listing's.
+        const int order = index > _highest ? -1 : lower.compare(_latestLower);
+        if (order < 0 || (order == 0 && file < *_latestName)) {
+            _highest = index;
+            *_latestName = file;
+            _latestLower = lower;
+        }
+    }
+
+    int highest() const { return _highest; }
+
+private:
+    const DatedNameMatcher _matcher;
+    const QString& _skipName;
+    QString* _latestName;
+    QString _latestLower;
+    int _highest = -1;
+};
+
+int latestDatedFile(const DirListing& listing, const QString& prefix, const QString& skipName,
+                    QString* latestName)
+{
+    LatestDatedChoice choice(prefix, skipName, latestName);
+    for (int i = 0; i < listing.size(); ++i)
+        choice.offer(listing.name(i), listing.isSymLink(i));
+    return choice.highest();
+}
+
 } // namespace
 
 int indexOfLogFile(const QString& fileName)
 {
-    const int dot = fileName.indexOf(QLatin1Char('.'));
-    const QStringRef baseName = dot < 0 ? QStringRef(&fileName) : fileName.leftRef(dot);
-    const int underscore = baseName.lastIndexOf(QLatin1Char('_'));
-    bool ok = false;
-    const int index = readIndex(baseName.mid(underscore + 1), &ok);
-    return ok ? index : 0;
+    return indexOfLogFileName(fileName);
 }
 
 QString indexedFileName(const QString& pattern, qint64 index)
@@ -261,13 +382,7 @@ bool matchesDatedPattern(const QString& fileName, const QString& prefix)
 
 bool datedFileIndex(const QString& fileName, const QString& prefix, int* index)
 {
-    const int start = prefix.size() + 1;
-    const int end = fileName.lastIndexOf(QLatin1Char('_'));
-    if (end <= start)
-        return false;
-    bool ok = false;
-    *index = readIndex(fileName.midRef(start, end - start), &ok);
-    return ok;
+    return datedIndex(fileName, prefix, index);
 }
 
 QString datedFileName(const QString& prefix, qint64 index, const QDate& startDate)
@@ -279,25 +394,10 @@ QString datedFileName(const QString& prefix, qint64 index, const QDate& startDat
 int latestDatedFile(const QVector<ListedFile>& files, const QString& prefix,
                     const QString& skipName, QString* latestName)
 {
-    const DatedNameMatcher matcher(prefix);
-    int highest = -1;
-    QString latestLower;
-    for (const ListedFile& file : files) {
-        int index = 0;
-        if (file.isSymLink || file.name == skipName || !matcher.matches(file.name) ||
-            !datedFileIndex(file.name, prefix, &index) || index < highest)
-            continue;
-        const QString lower = file.name.toLower();
-        // Names equal but for case can coexist on a case-sensitive file
-        // system; their exact order decides, not the listing's.
-        const int order = index > highest ? -1 : lower.compare(latestLower);
-        if (order < 0 || (order == 0 && file.name < *latestName)) {
-            highest = index;
-            *latestName = file.name;
-            latestLower = lower;
-        }
-    }
-    return highest;
+    LatestDatedChoice choice(prefix, skipName, latestName);
+    for (const ListedFile& file : files)
+        choice.offer(file.name, file.isSymLink);
+    return choice.highest();
 }
 
 bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, QString& filePath,
@@ -310,8 +410,8 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
     // on every event; only an empty listing needs the existence test. The
     // relative path names the same directory and is cheaper to list: the
     // iterator converts directory and name to text for every entry.
-    const QVector<ListedFile> files = listFiles(dirPath);
-    if (files.isEmpty()) {
+    const DirListing listing(dirPath);
+    if (listing.isEmpty()) {
         if (!ensureDirectory(dirPath, true))
             return false;
         filePath = dirPrefix + indexedFileName(namePattern, 0);
@@ -319,12 +419,12 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
     }
 
     int current = 0;
-    if (files.size() >= maxFiles) {
-        QVector<IndexedFile> byIndex = indexedFilesByIndex(files);
+    if (listing.size() >= maxFiles) {
+        QVector<IndexedFile> byIndex = indexedFilesByIndex(listing.files());
         trimLowestIndexes(logDir, byIndex, maxFiles);
         current = byIndex.last().index;
     } else {
-        current = highestIndex(files);
+        current = highestIndex(listing);
     }
     filePath = firstIndexedFileWithRoom(dirPrefix, namePattern, current);
     return true;
@@ -334,42 +434,27 @@ bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QStr
                          int maxFiles)
 {
     // One listing serves both the retention and the choice of the current file.
-    const QVector<ListedFile> files = listFiles(dirPath);
-    if (files.isEmpty() && !ensureDirectory(dirPath, false))
+    const DirListing listing(dirPath);
+    if (listing.isEmpty() && !ensureDirectory(dirPath, false))
         return false;
 
-    const QString deleted = deleteOldestTxtFile(dirPath, files, maxFiles);
+    const QString deleted = deleteOldestTxtFile(dirPath, listing, maxFiles);
     QString latestName;
-    const int highest = latestDatedFile(files, namePrefix, deleted, &latestName);
+    const int highest = latestDatedFile(listing, namePrefix, deleted, &latestName);
     const QString dirPrefix = dirPath + QLatin1Char('/');
     if (highest < 0) {
         filePath = dirPrefix + datedFileName(namePrefix, 0, QDate::currentDate());
         return true;
     }
     filePath = dirPrefix + latestName;
-    if (QFileInfo(filePath).size() > maxLogFileSize)
+    if (fileSize(filePath) > maxLogFileSize)
         filePath = dirPrefix + datedFileName(namePrefix, qint64(highest) + 1, QDate::currentDate());
     return true;
 }
 
 bool openForAppend(QFile& file)
 {
-    const QIODevice::OpenMode append = QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text;
-#ifdef Q_OS_UNIX
-    // QFile's own open for appending stats the file twice and seeks to its end,
-    // which O_APPEND makes unnecessary: two system calls of four per file. The
-    // device is opened without Append so that QFile does not seek either; the
-    // kernel appends every write. A failed open is rare, and QFile then opens
-    // again itself so that its error text is exactly the framework's.
-    const int fd = ::open(QFile::encodeName(file.fileName()).constData(),
-                          O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (fd >= 0) {
-        if (file.open(fd, QIODevice::WriteOnly | QIODevice::Text, QFileDevice::AutoCloseHandle))
-            return true;
-        ::close(fd);
-    }
-#endif
-    return file.open(append);
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
 }
 
 QByteArray openErrorText(const QFile& file)
@@ -383,7 +468,7 @@ void deleteOldestFiles(const QString& folderPath, int maxFileCount)
     const QString folder = folderPath.isEmpty() ? QStringLiteral(".") : folderPath;
     if (!QDir(folder).exists())
         return;
-    deleteOldestTxtFile(folder, listFiles(folder), maxFileCount);
+    deleteOldestTxtFile(folder, DirListing(folder), maxFileCount);
 }
 
 } // namespace logfiles

@@ -64,7 +64,8 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
 bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QString& filePath,
                          int maxFiles);
 
-// Opens a log file write-only, appending, in text mode, creating it if new.
+// Opens a log file write-only, appending, in text mode, creating it if new:
+// QFile's own open, whose failure says why in the framework's words.
 bool openForAppend(QFile& file);
 
 // The file's error text, in the local 8-bit encoding that debug messages use.

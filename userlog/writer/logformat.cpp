@@ -30,22 +30,39 @@ int findMarker(const QString& text, int from)
     return -1;
 }
 
+const QLatin1String marker("%1");
+
+// Where the one "%1" of headerFormat is, or -1 when it holds none or several:
+// those are filled by replace(), which leaves inserted text alone where arg()
+// would also warn about a pattern without a marker.
+int singleMarker(const QString& headerFormat)
+{
+    const int at = findMarker(headerFormat, 0);
+    return at >= 0 && findMarker(headerFormat, at + marker.size()) < 0 ? at : -1;
+}
+
+int filledSize(const QString& headerFormat, const QString& time)
+{
+    return headerFormat.size() - marker.size() + time.size();
+}
+
+void appendFilled(QString& out, const QString& headerFormat, int at, const QString& time)
+{
+    const int tail = at + marker.size();
+    out.append(headerFormat.constData(), at).append(time);
+    out.append(headerFormat.constData() + tail, headerFormat.size() - tail);
+}
+
 } // namespace
 
 QString fillHeader(const QString& headerFormat, const QString& time)
 {
-    // replace() leaves inserted text alone; arg() would also warn about a
-    // pattern without a marker. The writer's patterns hold one marker, and
-    // every line fills one, so that case is built with a single allocation.
-    const QLatin1String marker("%1");
-    const int at = findMarker(headerFormat, 0);
-    if (at < 0 || findMarker(headerFormat, at + marker.size()) >= 0)
+    const int at = singleMarker(headerFormat);
+    if (at < 0)
         return QString(headerFormat).replace(marker, time);
-    const int tail = at + marker.size();
     QString header;
-    header.reserve(headerFormat.size() - marker.size() + time.size());
-    header.append(headerFormat.constData(), at).append(time);
-    header.append(headerFormat.constData() + tail, headerFormat.size() - tail);
+    header.reserve(filledSize(headerFormat, time));
+    appendFilled(header, headerFormat, at, time);
     return header;
 }
 
@@ -70,18 +87,25 @@ bool isPrintEntry(int level, EntryForm form)
     return level == (form == EntryForm::Batch ? 5 : 6);
 }
 
-QString userLogLine(const QString& header, const QString& block, const QString& tag,
-                    const QString& message)
+QString userLogLine(const QString& headerFormat, const QString& time, const QString& block,
+                    const QString& tag, const QString& message)
 {
-    // Called for every line: one allocation instead of a temporary per piece.
+    // Called for every line: the writer's patterns hold one marker, and then
+    // the whole line is built in one allocation.
     const QLatin1String openBlock(" <");
     const QLatin1String openTag("> <");
     const QLatin1String closeTag("> ");
+    const int at = singleMarker(headerFormat);
+    const QString header = at < 0 ? fillHeader(headerFormat, time) : QString();
     QString line;
-    line.reserve(header.size() + openBlock.size() + block.size() + openTag.size() + tag.size() +
-                 closeTag.size() + message.size());
-    line.append(header).append(openBlock).append(block).append(openTag).append(tag);
-    line.append(closeTag).append(message);
+    line.reserve((at < 0 ? header.size() : filledSize(headerFormat, time)) + openBlock.size() +
+                 block.size() + openTag.size() + tag.size() + closeTag.size() + message.size() + 1);
+    if (at < 0)
+        line.append(header);
+    else
+        appendFilled(line, headerFormat, at, time);
+    line.append(openBlock).append(block).append(openTag).append(tag);
+    line.append(closeTag).append(message).append(QLatin1Char('\n'));
     return line;
 }
 

@@ -32,9 +32,10 @@ QString levelTag(int level, EntryForm form);
 // A single entry of level 6, or a batch entry of level 5, is also a print line.
 bool isPrintEntry(int level, EntryForm form);
 
-// header + " <" + block + "> <" + tag + "> " + message, with nothing rescanned.
-QString userLogLine(const QString& header, const QString& block, const QString& tag,
-                    const QString& message);
+// The filled header + " <" + block + "> <" + tag + "> " + message + "\n", with
+// nothing rescanned.
+QString userLogLine(const QString& headerFormat, const QString& time, const QString& block,
+                    const QString& tag, const QString& message);
 
 // The banner of a connection state: its line, header and text, between two separators.
 extern const QString bannerSeparator; // "//---------------------------------"

@@ -1,11 +1,10 @@
 #include "userlogwriter.h"
 
 #include "../backlog.h"
+#include "appendonlyfile.h"
 #include "logformat.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QMutexLocker>
-#include <QtCore/QTextStream>
 
 using logformat::EntryForm;
 
@@ -14,8 +13,8 @@ namespace {
 QString entryLine(const QString& headerFormat, const QString& time, const QString& block, int level,
                   const QString& message, EntryForm form)
 {
-    return logformat::userLogLine(logformat::fillHeader(headerFormat, time), block,
-                                  logformat::levelTag(level, form), message);
+    return logformat::userLogLine(headerFormat, time, block, logformat::levelTag(level, form),
+                                  message);
 }
 
 } // namespace
@@ -34,17 +33,17 @@ void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inL
         return;
     }
     QMutexLocker locker(&_mutex);
-    QFile userLog;
-    QFile printFile;
+    AppendOnlyFile userLog;
+    AppendOnlyFile printFile;
     if (!openCurrentLogFiles(LogEvent::SingleEntry, userLog, printFile))
         return;
 
     const QString line =
         entryLine(_headerFormat, inTime, inBlock, inLevel, inLogInfo, EntryForm::Single);
-    QTextStream(&userLog) << line << Qt::endl;
+    userLog.writeLine(line);
     userLog.close();
     if (logformat::isPrintEntry(inLevel, EntryForm::Single))
-        QTextStream(&printFile) << line << Qt::endl;
+        printFile.writeLine(line);
     printFile.close();
 }
 
@@ -61,26 +60,22 @@ void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
         return;
     }
     QMutexLocker locker(&_mutex);
-    QFile userLog;
-    QFile printFile;
+    AppendOnlyFile userLog;
+    AppendOnlyFile printFile;
     if (!openCurrentLogFiles(LogEvent::Batch, userLog, printFile))
         return;
 
     // The whole batch goes into the two files chosen at its start.
-    QTextStream userStream(&userLog);
-    QTextStream printStream(&printFile);
     const int count = list.size();
     for (int i = 0; i < count; ++i) {
         const LogInformation& entry = list.at(i);
         const QString line = entryLine(_headerFormat, entry.time, entry.block, entry.level,
                                        entry.logInfo, EntryForm::Batch);
-        userStream << line << Qt::endl;
+        userLog.writeLine(line);
         if (logformat::isPrintEntry(entry.level, EntryForm::Batch))
-            printStream << line << Qt::endl;
+            printFile.writeLine(line);
         backlog::workDone(); // a long batch is no stall
     }
-    userStream.flush();
     userLog.close();
-    printStream.flush();
     printFile.close();
 }

@@ -1,13 +1,12 @@
 #include "userlogwriter.h"
 
 #include "../backlog.h"
+#include "appendonlyfile.h"
 #include "logfiles.h"
 #include "logformat.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QMutexLocker>
 #include <QtCore/QSettings>
-#include <QtCore/QTextStream>
 
 const QString offlineLogDir = QStringLiteral("../../log/offline");
 const QString onlineLogDir = QStringLiteral("../../log/online");
@@ -31,12 +30,12 @@ QString readCustomLogName()
     return customLogName(settings);
 }
 
-void writeBanner(QFile& file, const QString& bannerLine)
+void writeBanner(AppendOnlyFile& file, const QString& bannerLine)
 {
-    QTextStream stream(&file);
-    stream << logformat::bannerSeparator << Qt::endl
-           << bannerLine << Qt::endl
-           << logformat::bannerSeparator << Qt::endl;
+    const QString separator = logformat::bannerSeparator + QLatin1Char('\n');
+    file.writeLine(separator);
+    file.writeLine(bannerLine + QLatin1Char('\n'));
+    file.writeLine(separator);
     file.close();
 }
 
@@ -87,8 +86,8 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
     const QString bannerLine =
         logformat::fillHeader(_headerFormat, logformat::stateTimeText(_stateTime)) + *bannerText;
 
-    QFile userLog;
-    QFile printFile;
+    AppendOnlyFile userLog;
+    AppendOnlyFile printFile;
     if (!openCurrentLogFiles(LogEvent::Banner, userLog, printFile))
         return;
     writeBanner(userLog, bannerLine);
@@ -104,8 +103,9 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
 // A banner resolves both files before it opens either. An entry opens the user
 // log before it resolves the print file, so a print file that fails leaves the
 // user log created but empty. Either file that fails ends the event: the
-// caller's QFile objects close whatever did open.
-bool UserLogWriter::openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& printFile)
+// caller's files close whatever did open.
+bool UserLogWriter::openCurrentLogFiles(LogEvent event, AppendOnlyFile& userLog,
+                                        AppendOnlyFile& printFile)
 {
     QString userLogPath;
     QString printPath;
@@ -129,14 +129,14 @@ bool UserLogWriter::openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& p
 }
 
 // Each path has its own message for a file that does not open; a banner's
-// also names the file, by the path as handed over: QFile::fileName() gives it
-// back with "/" for the native separator before the name on Windows.
-bool UserLogWriter::openLogFile(QFile& file, const QString& path, LogEvent event, bool isPrintFile)
+// also names the file, by the path as handed over: QFile::fileName() would give
+// it back with "/" for the native separator before the name on Windows.
+bool UserLogWriter::openLogFile(AppendOnlyFile& file, const QString& path, LogEvent event,
+                                bool isPrintFile)
 {
-    file.setFileName(path);
-    if (logfiles::openForAppend(file))
+    if (file.open(path))
         return true;
-    const QByteArray error = logfiles::openErrorText(file);
+    const QByteArray error = file.errorText();
     if (event == LogEvent::Banner)
         qDebug(logformat::message::bannerOpenError, path.toLocal8Bit().constData(),
                error.constData());

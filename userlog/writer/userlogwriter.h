@@ -9,7 +9,7 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-class QFile;
+class AppendOnlyFile;
 
 // Level of an entry as the writer sees it. The fixed underlying type lets every
 // signed 32-bit value through unchanged; values without a name are plain log
@@ -69,8 +69,9 @@ private:
         SingleEntry,
         Batch
     };
-    bool openCurrentLogFiles(LogEvent event, QFile& userLog, QFile& printFile);
-    static bool openLogFile(QFile& file, const QString& path, LogEvent event, bool isPrintFile);
+    bool openCurrentLogFiles(LogEvent event, AppendOnlyFile& userLog, AppendOnlyFile& printFile);
+    static bool openLogFile(AppendOnlyFile& file, const QString& path, LogEvent event,
+                            bool isPrintFile);
 
     QDateTime _stateTime;
     bool _bConnected;
