@@ -284,8 +284,6 @@ private slots:
         indexedRow("exactly 1,048,576 bytes: stays current", {{"u_4.txt"_s, oneMiB}}, "u_4.txt");
         indexedRow("one byte more: the next index, not there yet",
                    u0to4 + TestFiles{{"u_5.txt"_s, oneMiB + 1}}, "u_6.txt");
-        indexedRow("full files one after another are all passed",
-                   {{"u_4.txt"_s, oneMiB + 1}, {"u_5.txt"_s, oneMiB + 1}}, "u_6.txt");
         indexedRow("indexes compare as numbers: 3 before 10", {{"u_10.txt"_s}, {"u_3.txt"_s}},
                    "u_10.txt");
         indexedRow("u_007.txt gives the path of index 7", {{"u_007.txt"_s}, {"u_6.txt"_s}},

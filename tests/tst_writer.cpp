@@ -276,8 +276,6 @@ private slots:
         const QStringList noDir{"make log dir failed!"_s, "error, can not make log dir!"_s};
         const QString made = "make log dir succeded!"_s, error3 = "open log file error3:%2"_s;
         faultRow("single, no log directory", single, "log", Blocker::RegularFile, noDir);
-        faultRow("batch, no log directory", batch, "log", Blocker::RegularFile, noDir);
-        faultRow("connect, no log directory", connectNow, "log", Blocker::RegularFile, noDir);
         faultRow("single, user log directory a file", single, "log/online", Blocker::RegularFile,
                  {"open log file error2:%2"_s}, Failing::UserLog);
         faultRow("batch, user log directory a file", batch, "log/online", Blocker::RegularFile,
@@ -285,8 +283,6 @@ private slots:
         faultRow("connect, user log a directory", connectNow, "log/online/user_log_file_0.txt",
                  Blocker::Directory, {"open log file error1(%1):%2"_s}, Failing::UserLog);
         faultRow("single, print directory a file", single, "log/useronline", Blocker::RegularFile,
-                 {made, error3}, Failing::PrintFile, true);
-        faultRow("batch, print directory a file", batch, "log/useronline", Blocker::RegularFile,
                  {made, error3}, Failing::PrintFile, true);
         faultRow("connect, print directory a file", connectNow, "log/useronline",
                  Blocker::RegularFile, {made, "open log file error1(%1):%2"_s}, Failing::PrintFile,
@@ -358,22 +354,6 @@ private slots:
         w.entry("back"_s);
         QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
         QCOMPARE(readLines(w.printFile()).last(), "-- T -- <B> <log> back"_s);
-    }
-
-    // Hosts and queued calls name these by index; moc lists quint16 as ushort.
-    void slotIndexes()
-    {
-        const QMetaObject& meta = UserLogWriter::staticMetaObject;
-        QStringList methods;
-        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
-            methods << QString::fromLatin1(meta.method(i).methodSignature());
-        QCOMPARE(
-            methods.join(' '),
-            "setSystermConnectState(bool,bool) setSystermConnectState(bool) "
-            "setSystermConnectState() receiveUserLogs(QString,QString,QString,int) "
-            "receiveUserLogs(QString,QString,QString,UserLogLevel) "
-            "receiveUserLogs(QList<LogInformation>) receiveBccLogs(bool,QString,ushort,QString) "
-            "deleteOldestFiles(QString,int) checkTcpState()"_s);
     }
 
 private:
