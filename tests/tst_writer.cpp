@@ -324,8 +324,11 @@ private slots:
                     ? QFile::link(w.tree.path("nowhere"_s), blocked)
                     : makeFile(blocked) && (held = holdFile(blocked)));
         const QString day = today();
+        const auto openFiles = [] { return QDir("/proc/self/fd"_s).count(); }; // 0 elsewhere
+        const uint filesBefore = openFiles();
         takeMessages();
         event(w.writer);
+        QCOMPARE(openFiles(), filesBefore); // a dropped event leaves no file open
         if (today() != day)
             QSKIP("the day changed during the event: the print file's name with it");
         // The failing file's path as the writer builds it (the user log's absolute, with

@@ -406,8 +406,9 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
     QDir logDir(QDir::currentPath() + QDir::separator() + dirPath);
     const QString dirPrefix = logDir.absolutePath() + QDir::separator();
 
-    // A listing with entries proves the directory exists, which saves a stat
-    // on every event; only an empty listing needs the existence test. The
+    // Steps merged: a listing with entries proves the directory exists, which
+    // saves a stat on every event; only an empty listing needs the existence
+    // test, and a missing directory lists as empty. The
     // relative path names the same directory and is cheaper to list: the
     // iterator converts directory and name to text for every entry.
     const DirListing listing(dirPath);
@@ -433,7 +434,10 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
 bool resolveDatedLogPath(const QString& namePrefix, const QString& dirPath, QString& filePath,
                          int maxFiles)
 {
-    // One listing serves both the retention and the choice of the current file.
+    // Steps merged: one listing serves the directory check, the retention and the
+    // choice of the current file, with the file just deleted left out. A second
+    // listing would differ only by another program's change in between, a race
+    // that no order of the steps could tell apart.
     const DirListing listing(dirPath);
     if (listing.isEmpty() && !ensureDirectory(dirPath, false))
         return false;
