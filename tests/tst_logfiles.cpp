@@ -288,6 +288,8 @@ private slots:
                    "u_10.txt");
         indexedRow("u_007.txt gives the path of index 7", {{"u_007.txt"_s}, {"u_6.txt"_s}},
                    "u_7.txt");
+        indexedRow("a name without \"_\" reads whole: 12.txt is index 12",
+                   {{"u_3.txt"_s}, {"12.txt"_s}}, "u_12.txt");
         indexedRow("any name's number counts: notes_900.txt is the highest",
                    u0to4 + TestFiles{{"notes_900.txt"_s}}, "u_900.txt");
         indexedRow("a pattern without %1 names one file, full or not",
