@@ -122,10 +122,9 @@ private:
             .replaceInStrings(QRegularExpression("^-- T -- "_s), {});
     }
 
-    const QStringList closingSeries{
-        "bcc connection with 127.0.0.1 is broken, message:closing"_s,
-        "tcp lost connection with 127.0.0.1"_s, "tcp lost connection with 127.0.0.1"_s,
-        "tcp lost connection with 127.0.0.1"_s, "tcp lost connection with 127.0.0.1"_s};
+    const QStringList closingSeries =
+        QStringList{"bcc connection with 127.0.0.1 is broken, message:closing"_s} +
+        QVector<QString>(4, "tcp lost connection with 127.0.0.1"_s).toList();
 
     std::optional<TestTree> _tree;
     QString _log;
