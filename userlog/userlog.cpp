@@ -75,7 +75,7 @@ UserLog::UserLog(QObject* parent) : QObject(parent)
     // indexes stay as they are. Direct: this object lives on the thread of the
     // first call, which may have ended long before the application quits.
     if (QCoreApplication* app = QCoreApplication::instance())
-        connect(app, &QCoreApplication::aboutToQuit, this, &UserLog::drainOnApplicationQuit,
+        connect(app, &QCoreApplication::aboutToQuit, this, &UserLog::flushOnApplicationQuit,
                 Qt::DirectConnection);
 }
 
@@ -123,7 +123,7 @@ bool UserLog::flush(int msecs)
     return handled && handled->tryAcquire(1, msecs < 0 ? -1 : msecs);
 }
 
-void UserLog::drainOnApplicationQuit()
+void UserLog::flushOnApplicationQuit()
 {
     const QSharedPointer<QSemaphore> handled = postMarker(_writer, _thread);
     if (!handled)

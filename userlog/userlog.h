@@ -76,7 +76,7 @@ private:
     virtual ~UserLog();
     Q_DISABLE_COPY(UserLog)
 
-    void drainOnApplicationQuit();
+    void flushOnApplicationQuit();
 
     static UserLog* _logger;
     UserLogThread* _thread;
