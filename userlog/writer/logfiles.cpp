@@ -408,9 +408,8 @@ bool resolveIndexedLogPath(const QString& namePattern, const QString& dirPath, Q
 
     // Steps merged: a listing with entries proves the directory exists, which
     // saves a stat on every event; only an empty listing needs the existence
-    // test, and a missing directory lists as empty. The
-    // relative path names the same directory and is cheaper to list: the
-    // iterator converts directory and name to text for every entry.
+    // test, and a missing directory lists as empty. The relative path names the
+    // same directory and is cheaper to list: the listing converts only names.
     const DirListing listing(dirPath);
     if (listing.isEmpty()) {
         if (!ensureDirectory(dirPath, true))

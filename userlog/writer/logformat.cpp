@@ -109,20 +109,25 @@ QString userLogLine(const QString& headerFormat, const QString& time, const QStr
     return line;
 }
 
+namespace {
+// One arg() after the other, so each sees the text inserted by the one before.
+QString filledInTurn(const QString& format, const QString& time, const QString& ipAddr,
+                     const QString& msg)
+{
+    return format.arg(time).arg(ipAddr).arg(msg);
+}
+} // namespace
+
 QString bccConnectedLine(const QString& time, const QString& ipAddr, const QString& msg)
 {
-    return QStringLiteral("-- %1 -- bcc connected to %2, message:%3\n")
-        .arg(time)
-        .arg(ipAddr)
-        .arg(msg);
+    return filledInTurn(QStringLiteral("-- %1 -- bcc connected to %2, message:%3\n"), time, ipAddr,
+                        msg);
 }
 
 QString bccBrokenLine(const QString& time, const QString& ipAddr, const QString& msg)
 {
-    return QStringLiteral("-- %1 -- bcc connection with %2 is broken, message:%3\n")
-        .arg(time)
-        .arg(ipAddr)
-        .arg(msg);
+    return filledInTurn(QStringLiteral("-- %1 -- bcc connection with %2 is broken, message:%3\n"),
+                        time, ipAddr, msg);
 }
 
 QString tcpProbeLine(const QString& time, const QString& ipAddr, bool reachable)
