@@ -5,7 +5,10 @@
 // The randomised directories start from a fixed seed; USERLOG_PROPERTY_SEED=<seed>
 // replays a failing case or explores from another seed.
 #include "testtree.h"
-#include "userlog/writer/logfiles.h"
+#include "userlog/writer/datedlog.h"
+#include "userlog/writer/dirlisting.h"
+#include "userlog/writer/filenames.h"
+#include "userlog/writer/indexedlog.h"
 #include "userlog/writer/userlogwriter.h"
 
 #include <QtTest/QtTest>
@@ -16,6 +19,9 @@
 #include <vector>
 
 #ifndef Q_OS_WIN
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -34,6 +40,11 @@ struct TestFile
         File,
         LinkToFile,
         Held, // cannot be deleted while the row runs
+        // Unix only:
+        Undecodable, // the name's characters are its bytes, "\xff" one that UTF-8 cannot read
+        LinkToDevNull,
+        Fifo,
+        LinkToFifo,
     };
     QString name;
     qint64 size = 0;
@@ -66,38 +77,75 @@ QStringList qdirNames(const QString& dir)
     return listedNames(listed);
 }
 
+#ifndef Q_OS_WIN
+// Unix entries QFile cannot make: a name of raw bytes (each character of name one
+// byte), a FIFO, links to /dev/null and to a FIFO.
+bool makeUnixEntry(const QString& dir, const QString& name, TestFile::Kind kind)
+{
+    const QByteArray path = QFile::encodeName(dir) + '/' + name.toLatin1();
+    const QByteArray fifo = QFile::encodeName(dir) + "/../fifo";
+    switch (kind) {
+    case TestFile::Undecodable:
+        return QDir().mkpath(dir) &&
+               ::close(::open(path.constData(), O_CREAT | O_WRONLY, 0644)) == 0;
+    case TestFile::LinkToDevNull:
+        return ::symlink("/dev/null", path.constData()) == 0;
+    case TestFile::Fifo:
+        return ::mkfifo(path.constData(), 0644) == 0;
+    case TestFile::LinkToFifo:
+        return (::mkfifo(fifo.constData(), 0644) == 0 || errno == EEXIST) &&
+               ::symlink(fifo.constData(), path.constData()) == 0;
+    default:
+        return false;
+    }
+}
+#endif
+
 // Names that follow the pattern or the prefix, and strays of every kind: leading zeros, other
 // extensions and cases, negative, huge or missing indexes, hidden files, links to a file, to
-// nothing and to a directory, subdirectories. Sizes mostly right at the full-file threshold;
-// times in whole hours, so that some are equal.
+// nothing and to a directory, subdirectories; on Unix also names that do not decode (the first
+// byte among them), FIFOs and links to special files. Sizes mostly right at the full-file
+// threshold; times in whole hours, so that some are equal.
 void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& base, bool dated,
                      int count)
 {
     const QDateTime now = QDateTime::currentDateTime();
 #ifdef Q_OS_WIN
     const QString linkSuffix = ".lnk"_s; // QFile::link makes shell shortcuts there
+    const int formCount = 13;
 #else
     const QString linkSuffix;
+    const int formCount = 18;
 #endif
     QDir().mkpath(dir);
     for (; count > 0; --count) {
         const QString i = QString::number(rng.bounded(count + 3));
         const QString tail = "_2025-05-"_s + QString::number(10 + rng.bounded(20)) + ".txt"_s;
-        const QString forms[] = {dated ? base + '_' + i + tail : QString(base).replace("%1"_s, i),
+        const QString named = dated ? base + '_' + i + tail : QString(base).replace("%1"_s, i);
+        const QString forms[] = {named,
                                  dated ? base.toUpper() + '_' + i + tail.toUpper()
                                        : QString(base).replace("%1"_s, "00"_s + i),
-                                 base + "_00"_s + i + tail,
-                                 base + "_off_"_s + i + tail,
-                                 base + "_-"_s + i + tail,
-                                 base + "_99999999999"_s + tail,
-                                 base + '_' + i + ".txt"_s,
-                                 "n\u00f6tes_"_s + i + ".log"_s,
-                                 "readme.txt"_s,
-                                 ".hidden_"_s + i + ".txt"_s,
-                                 "n\u00e4me_"_s + i + '/',
-                                 "link_"_s + i + ".txt"_s + linkSuffix};
-        const QString path = dir + '/' + forms[rng.bounded(2) == 0 ? 0 : rng.bounded(12)];
+                                 base + "_00"_s + i + tail, base + "_off_"_s + i + tail,
+                                 base + "_-"_s + i + tail, base + "_99999999999"_s + tail,
+                                 base + '_' + i + ".txt"_s, "n\u00f6tes_"_s + i + ".log"_s,
+                                 "\u00e9t\u00e9_"_s + i + ".txt"_s, "readme.txt"_s,
+                                 ".hidden_"_s + i + ".txt"_s, "n\u00e4me_"_s + i + '/',
+                                 "link_"_s + i + ".txt"_s + linkSuffix,
+                                 // Unix only, made by makeUnixEntry:
+                                 "\u00ff"_s + named, "x\u00ff_"_s + i + tail, named, named, named};
+        const int form = rng.bounded(2) == 0 ? 0 : rng.bounded(formCount);
+        const QString path = dir + '/' + forms[form];
         const qint64 sizes[] = {oneMiB - 1, oneMiB, oneMiB + 1, 4096};
+#ifndef Q_OS_WIN
+        if (form >= 13) {
+            const TestFile::Kind kinds[] = {TestFile::Undecodable, TestFile::Undecodable,
+                                            TestFile::LinkToDevNull, TestFile::Fifo,
+                                            TestFile::LinkToFifo};
+            if (!QFileInfo(path).isSymLink() && !QFileInfo::exists(path))
+                makeUnixEntry(dir, forms[form], kinds[form - 13]);
+            continue;
+        }
+#endif
         if (path.endsWith('/')) {
             QDir().mkpath(path);
         } else if (path.contains("/link_"_s) && !QFileInfo(path).isSymLink()) {
@@ -124,7 +172,7 @@ int ruleIndex(const QString& name)
 int indexedModel(const QString& dir, int limit, QStringList* gone)
 {
     QVector<int> indexes;
-    for (const QString& name : fileNames(dir))
+    for (const QString& name : QDir(dir).entryList(QDir::Files))
         indexes << ruleIndex(name);
     std::sort(indexes.begin(), indexes.end());
     for (int i = 0; indexes.size() >= limit && i <= indexes.size() - limit; ++i)
@@ -210,7 +258,7 @@ QString checkRandomDirectory(quint32 seed, bool dated)
             gone << (dated ? name : QString::number(ruleIndex(name)));
     gone.sort();
     expectedGone.sort();
-    QDir(dir).removeRecursively();
+    removeTree(dir);
     for (const QDate& d : {day, QDate::currentDate()}) // a run across midnight may use either
         if (path == QString(expected).replace("DATE"_s, d.toString("yyyy-MM-dd"_s)))
             return gone == expectedGone ? QString() : "deleted "_s + gone.join(' ');
@@ -321,6 +369,46 @@ private slots:
                     0,
                     TestFile::LinkToFile }},
                  "", 0);
+        // What QDir does not list is no file here either: a name the locale cannot decode
+        // (a file copied from a Latin-1 machine) is neither current nor counted nor deleted.
+        const TestFile undecodable500{"x\u00ff_500.txt"_s, 0, 0, TestFile::Undecodable};
+        indexedRow("a name that does not decode is not the current file",
+                   {{"u_3.txt"_s}, undecodable500}, "u_3.txt");
+        indexedRow("a name that does not decode neither counts nor stops the retention",
+                   {{"u_0.txt"_s},
+                    {"u_1.txt"_s},
+                    {"u_2.txt"_s},
+                    { "\u00ff_0.txt"_s,
+                      0,
+                      0,
+                      TestFile::Undecodable }},
+                   "u_2.txt", {"u_0.txt"_s}, 3);
+        datedRow("a dated name that does not decode is no candidate",
+                 {{"p_2_x.txt"_s},
+                  { "p_9_\u00ff.txt"_s,
+                    0,
+                    0,
+                    TestFile::Undecodable }},
+                 "p_2_x.txt");
+        // A link to a special file is a file to QDir: a log silenced through /dev/null
+        // or fed to a monitor through a FIFO. A FIFO itself is not.
+        indexedRow("a link to /dev/null at the highest index is the current file",
+                   {{"u_1.txt"_s},
+                    { "u_5.txt"_s,
+                      0,
+                      0,
+                      TestFile::LinkToDevNull }},
+                   "u_5.txt");
+        indexedRow("a link to a FIFO at the lowest index is trimmed",
+                   {{"u_0.txt"_s, 0, 0, TestFile::LinkToFifo},
+                    {"u_1.txt"_s},
+                    { "u_2.txt"_s }},
+                   "u_2.txt", {"u_0.txt"_s}, 3);
+        indexedRow("a FIFO is neither counted nor current",
+                   {{"u_9.txt"_s, 0, 0, TestFile::Fifo},
+                    {"u_0.txt"_s},
+                    { "u_1.txt"_s }},
+                   "u_1.txt", {}, 3);
 #endif
     }
 
@@ -364,6 +452,17 @@ private slots:
             QTest::newRow("the candidate cannot be deleted: nothing else goes")
                 << TestFiles{{"a.txt"_s, 0, 2, TestFile::Held}, {"b.txt"_s, 0, 1}} + recent
                 << QString();
+#ifndef Q_OS_WIN
+        QTest::newRow("a name that does not decode is neither counted nor chosen")
+            << TestFiles{{"a.txt"_s, 0, 3},
+                         {"b.txt"_s, 0, 1},
+                         { "\u00ff.txt"_s,
+                           0,
+                           0,
+                           TestFile::Undecodable }} +
+                   recent
+            << "a.txt"_s;
+#endif
     }
 
     void retention()
@@ -429,6 +528,13 @@ private:
         for (const TestFile& file : files) {
             const QString path = dir + file.name;
             const QDateTime time = now.addDays(-file.daysOld);
+#ifndef Q_OS_WIN
+            if (file.kind >= TestFile::Undecodable) {
+                if (!QDir().mkpath(dir) || !makeUnixEntry(dir, file.name, file.kind))
+                    return false;
+                continue;
+            }
+#endif
             if (file.kind == TestFile::LinkToFile
                     ? !makeFile(target) || !QDir().mkpath(dir) || !QFile::link(target, path)
                     : !makeFile(path, file.size) || !setFileTimes(path, time, time) ||
@@ -443,8 +549,8 @@ private:
     {
         QStringList names;
         for (const TestFile& file : files)
-            if (!deleted.contains(file.name))
-                names << file.name;
+            if (!deleted.contains(file.name) && file.kind != TestFile::Undecodable)
+                names << file.name; // QDir does not list a name it cannot decode
         names.sort();
         return names;
     }

@@ -2,13 +2,17 @@
 // custom print name, entries and batches, the retention limits, and one table of
 // faults that drop an event with its message while the next event is written.
 #include "testtree.h"
-#include "userlog/writer/logfiles.h"
+#include "userlog/writer/appendonlyfile.h"
 #include "userlog/writer/userlogwriter.h"
 
 #include <QtTest/QtTest>
 
 #include <memory>
 #include <optional>
+
+#ifdef Q_OS_LINUX
+#include <sys/mount.h>
+#endif
 
 namespace {
 
@@ -84,7 +88,7 @@ bool fill(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Text) &&
-           file.write(QByteArray(int(logfiles::maxLogFileSize - 11), '#') + '\n') > 0;
+           file.write(QByteArray(1048576 - 11, '#') + '\n') > 0;
 }
 
 // What a fault row puts at its blocked path.
@@ -280,6 +284,13 @@ private slots:
                  {error3}, Failing::UserLog);
         faultRow("connect, user log a directory", connectNow, "log/online/user_log_file_0.txt",
                  Blocker::Directory, {"open log file error1(%1):%2"_s}, Failing::UserLog);
+#ifndef Q_OS_WIN // QFile::link makes a shortcut there: a regular file
+        // Only the user log's directory cannot be made: the print file is not reached.
+        faultRow("single, user log directory cannot be made", single, "log/online",
+                 Blocker::DanglingLink, noDir);
+        faultRow("connect, user log directory cannot be made", connectNow, "log/online",
+                 Blocker::DanglingLink, noDir);
+#endif
         faultRow("single, print directory a file", single, "log/useronline", Blocker::RegularFile,
                  {made, error3}, Failing::PrintFile, true);
         faultRow("connect, print directory a file", connectNow, "log/useronline",
@@ -332,16 +343,19 @@ private slots:
         QCOMPARE(openFiles(), filesBefore); // a dropped event leaves no file open
         if (today() != day)
             QSKIP("the day changed during the event: the print file's name with it");
-        // The failing file's path as the writer builds it (the user log's absolute, with
-        // the native separator before the name), and the error text of the same open.
-        const QString dir = failing == Failing::BccLog ? "bccLog"_s : "online"_s;
+        // The failing file's path: the user log's and the bcc log's absolute, with the
+        // native separator before the name; the print file's relative. The error text
+        // is Qt's own, from the same open done here.
+        const QString root = QFileInfo(w.tree.root()).canonicalFilePath();
         const QString path =
             failing == Failing::PrintFile
                 ? "../../log/useronline/user_print_file_0_"_s + day + ".txt"_s
-                : QDir::cleanPath(QDir::currentPath() + "/../../log/"_s + dir) + QDir::separator() +
-                      (failing == Failing::BccLog ? "bcc"_s : "user"_s) + "_log_file_0.txt"_s;
+            : failing == Failing::BccLog
+                ? root + "/log/bccLog"_s + QDir::separator() + "bcc_log_file_0.txt"_s
+                : root + "/log/online"_s + QDir::separator() + "user_log_file_0.txt"_s;
         QFile file(path);
-        QVERIFY(failing == Failing::None || !logfiles::openForAppend(file));
+        QVERIFY(failing == Failing::None ||
+                !file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text));
         QCOMPARE(
             takeMessages(),
             messages.replaceInStrings("%1"_s, path).replaceInStrings("%2"_s, file.errorString()));
@@ -358,6 +372,83 @@ private slots:
         w.entry("back"_s);
         QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
         QCOMPARE(readLines(w.printFile()).last(), "-- T -- <B> <log> back"_s);
+    }
+
+    // Lines appended as a text stream on a QFile appends them, flushed after each: the
+    // same bytes, whatever the line.
+    void appendedAsATextStream()
+    {
+        const QString longLine = QString(16385, QChar('x')) + "\u00e9"_s;
+        const QStringList lines{"plain"_s,
+                                QString(),
+                                "\u00e9t\u00e9 \u65e5\u672c \U0001F600 tab\tquote\""_s,
+                                longLine,
+                                QString(16384, QChar('y')),
+                                "cr\r inside"_s,
+                                "lone "_s + QChar(0xD800) + " surrogate"_s};
+        AppendOnlyFile appended;
+        QVERIFY(appended.open("appended.txt"_s));
+        QFile file("streamed.txt"_s);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text));
+        QTextStream stream(&file);
+        for (const QString& line : lines) {
+            appended.writeLine(line + '\n');
+            stream << line << Qt::endl;
+        }
+        appended.close();
+        file.close();
+        QFile a("appended.txt"_s), s("streamed.txt"_s);
+        QVERIFY(a.open(QIODevice::ReadOnly) && s.open(QIODevice::ReadOnly));
+        const QByteArray bytes = a.readAll();
+        QCOMPARE(bytes.size(), s.size());
+        QVERIFY(bytes == s.readAll());
+    }
+
+    // A full disk: the entry that hits it is cut short and told once per file; nothing
+    // more is said while the disk stays full; once there is room the next entry starts
+    // on a line of its own, so no line holds two entries.
+    void fullDisk()
+    {
+#ifdef Q_OS_LINUX
+        const QByteArray log = QFile::encodeName(_tree->path("log"_s));
+        QVERIFY(QDir().mkpath(_tree->path("log"_s)));
+        if (::mount("tmpfs", log.constData(), "tmpfs", 0, "size=64k") != 0)
+            QSKIP("a small tmpfs cannot be mounted here (needs root)");
+        const auto unmount = qScopeGuard([&log] { ::umount2(log.constData(), MNT_DETACH); });
+        UserLogWriter writer;
+        writer.setSystermConnectState(true);
+        const QString userLog = _tree->path("log/online/user_log_file_0.txt"_s);
+        const QString printFile = onDisk("useronline/user_print_file_0_*.txt"_s);
+        QFile filler(_tree->path("log/filler"_s));
+        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        while (filler.write(QByteArray(4096, 'f')) > 0) { // the last free page
+        }
+        filler.close();
+        takeMessages();
+        const QString cut = QString(6000, QChar('c')); // longer than a page: cut short
+        writer.receiveUserLogs("B"_s, "T"_s, cut, 6);
+        writer.receiveUserLogs("B"_s, "T"_s, "dropped"_s, 6);
+        const QString root = QFileInfo(_tree->root()).canonicalFilePath();
+        QCOMPARE(
+            takeMessages(),
+            (QStringList{"write log file error("_s + root +
+                             "/log/online/user_log_file_0.txt):No space left on device"_s,
+                         "write log file error("_s + printFile + "):No space left on device"_s}));
+        QVERIFY(QFile::remove(filler.fileName()));
+        writer.receiveUserLogs("B"_s, "T"_s, "back"_s, 6);
+        writer.receiveUserLogs("B"_s, "T"_s, "again"_s, 6);
+        QCOMPARE(takeMessages(), QStringList());
+        for (const QString& path : {userLog, printFile}) {
+            const QStringList lines = withoutTimes(readLines(path));
+            QCOMPARE(lines.mid(0, 3), connected);
+            QVERIFY(lines.at(3).startsWith("-- T -- <B> <log> ccc"_s));
+            QVERIFY(lines.at(3).size() < 6000);
+            QCOMPARE(lines.mid(4),
+                     (QStringList{"-- T -- <B> <log> back"_s, "-- T -- <B> <log> again"_s}));
+        }
+#else
+        QSKIP("a small tmpfs is a Linux mount");
+#endif
     }
 
 private:

@@ -68,6 +68,7 @@ public:
 signals:
     void sendUserLogs(QString inBlock, QString inTime, QString inLogInfo, int inLevel);
     void sendUserLogs(QList<LogInformation> inLogInfo);
+    // "singal" (sic): hosts connect to this name by signature; it must stay so.
     void singalConnectedWithController(bool bConnected);
     void sendBccConnectState(bool bConnect, QString ipAddr, quint16 port, QString msg);
 

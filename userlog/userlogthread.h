@@ -14,6 +14,7 @@ public:
     ~UserLogThread() override;
 
 public slots:
+    // "termanite" (sic): a slot hosts may call by name; it must stay so.
     void termaniteLogThread();
 
 protected:

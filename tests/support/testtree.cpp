@@ -11,6 +11,7 @@
 #endif
 
 #include <cstdio>
+#include <filesystem>
 #include <utility>
 
 QString today()
@@ -45,6 +46,22 @@ void TestTree::writeCustomLogName(const QString& name) const
         ini.write("CUSTOM_LOG_NAME=" + name.toUtf8() + "\n");
 }
 
+TestTree::~TestTree()
+{
+    QDir::setCurrent(_previousDir);
+    removeTree(root()); // before QTemporaryDir, which cannot see every name
+}
+
+void removeTree(const QString& dir)
+{
+#ifdef Q_OS_WIN
+    QDir(dir).removeRecursively();
+#else
+    std::error_code ignored;
+    std::filesystem::remove_all(QFile::encodeName(dir).toStdString(), ignored);
+#endif
+}
+
 bool makeFile(const QString& path, qint64 size)
 {
     QFile file(path);
@@ -76,7 +93,7 @@ QStringList readLines(const QString& path)
 
 QStringList fileNames(const QString& dir)
 {
-    return QDir(dir).entryList(QDir::Files, QDir::Name);
+    return QDir(dir).entryList(QDir::Files | QDir::System, QDir::Name);
 }
 
 std::shared_ptr<void> holdFile(const QString& path)

@@ -38,7 +38,7 @@ class TestTree
 {
 public:
     TestTree();
-    ~TestTree() { QDir::setCurrent(_previousDir); }
+    ~TestTree();
     bool isValid() const { return _valid; }
     QString root() const { return _dir.path(); }
     // <root>/<relative>, e.g. path("log/online").
@@ -52,6 +52,8 @@ private:
     bool _valid = false;
 };
 
+// Removes dir and all below it, names that do not decode included.
+void removeTree(const QString& dir);
 // Creates the file (and its directory) holding size bytes.
 bool makeFile(const QString& path, qint64 size = 0);
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified);
@@ -59,7 +61,8 @@ bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTim
 // empty when the file is missing. Lines end in CRLF on Windows and in LF elsewhere;
 // any other line end stays in the text.
 QStringList readLines(const QString& path);
-// Names of the non-hidden files in dir, sorted.
+// Names of the non-hidden entries in dir but directories (FIFOs and dangling
+// links included), sorted.
 QStringList fileNames(const QString& dir);
 
 // Keeps the file from being deleted while the result lives: on Windows held open

@@ -1,18 +1,57 @@
 #include "appendonlyfile.h"
 
-#include "logfiles.h"
+#include "logformat.h"
 
+#include <QtCore/QDebug>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QTextStream>
 
 #ifdef Q_OS_UNIX
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 #endif
 
-AppendOnlyFile::AppendOnlyFile() = default;
+namespace {
+
+// QFile's own open, whose failure says why in the framework's words.
+bool openForAppend(QFile& file)
+{
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
+}
+
+// Whether a failed write left the file's last line without its end. Costs a
+// read of the file's last byte, so it is asked only of files whose last write
+// failed. Only a regular file can hold half a line (not /dev/null or a FIFO),
+// and one emptied or replaced since holds none.
+bool endsMidLine(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || info.size() == 0)
+        return false;
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.seek(info.size() - 1) &&
+           file.read(1) != QByteArrayLiteral("\n");
+}
+
+} // namespace
+
+void WriteFailures::recordFailure(const QString& path, const QByteArray& reason)
+{
+    if (_failed.contains(path))
+        return;
+    _failed.insert(path);
+    qDebug(logformat::message::writeError, path.toLocal8Bit().constData(), reason.constData());
+}
+
+void WriteFailures::recordSuccess(const QString& path)
+{
+    if (!_failed.isEmpty())
+        _failed.remove(path);
+}
+
+AppendOnlyFile::AppendOnlyFile(WriteFailures* failures) : _failures(failures) {}
 
 AppendOnlyFile::~AppendOnlyFile()
 {
@@ -21,18 +60,46 @@ AppendOnlyFile::~AppendOnlyFile()
 
 QByteArray AppendOnlyFile::errorText() const
 {
-    return _file ? logfiles::openErrorText(*_file) : QByteArray();
+    return _file ? _file->errorString().toLocal8Bit() : QByteArray();
+}
+
+void AppendOnlyFile::writeLine(const QString& line)
+{
+    if (!isOpen() || _writeFailed)
+        return;
+    // The first line after a failed write: a line cut short by it is ended
+    // first, so that no line ever holds two entries.
+    const bool endsCutLine = _resumesAfterFailure && endsMidLine(_path);
+    _resumesAfterFailure = false;
+    QByteArray reason;
+    if (!writeText(endsCutLine ? QLatin1Char('\n') + line : line, &reason)) {
+        _writeFailed = true;
+        if (_failures)
+            _failures->recordFailure(_path, reason);
+        return;
+    }
+    if (_failures)
+        _failures->recordSuccess(_path);
 }
 
 #ifdef Q_OS_UNIX
 
 namespace {
 
-// A stream hands its text on once it holds more than this many characters.
-constexpr int streamBufferSize = 16384;
-// QFile keeps up to this many bytes in its buffer until flushed, and writes
-// larger blocks at once.
-constexpr int fileBufferSize = 16384;
+// QFile's own loop: on through short writes, again after a signal. Returns
+// how much was written; errno tells why it stopped short.
+qint64 writeAll(int fd, const char* data, qint64 size)
+{
+    qint64 written = 0;
+    while (written < size) {
+        const ssize_t result = ::write(fd, data + written, size_t(size - written));
+        if (result > 0)
+            written += result;
+        else if (result == 0 || errno != EINTR)
+            break;
+    }
+    return written;
+}
 
 } // namespace
 
@@ -47,76 +114,45 @@ bool AppendOnlyFile::open(const QString& path)
                  0666);
     if (_fd < 0) {
         _file = std::make_unique<QFile>(path);
-        if (!logfiles::openForAppend(*_file))
+        if (!openForAppend(*_file))
             return false;
         _fd = _file->handle();
     }
+    _path = path;
+    _resumesAfterFailure = _failures && _failures->contains(path);
     // As a new stream does: the locale's codec, no byte order mark.
     _codec = QTextCodec::codecForLocale();
     _state.emplace(QTextCodec::IgnoreHeader);
     return true;
 }
 
-void AppendOnlyFile::writeLine(const QString& line)
+bool AppendOnlyFile::isOpen() const
 {
-    // A stream hands on a line longer than its buffer before the "\n".
-    const int size = line.size() - 1;
-    if (size > streamBufferSize) {
-        writeChunk(line.constData(), size);
-        writeChunk(line.constData() + size, 1);
-    } else {
-        writeChunk(line.constData(), line.size());
-    }
+    return _fd >= 0;
 }
 
-void AppendOnlyFile::write(const QString& text)
+bool AppendOnlyFile::writeText(const QString& text, QByteArray* reason)
 {
-    writeChunk(text.constData(), text.size());
-}
-
-// One flush of a stream. The converter state lives as long as the file is open,
-// as a stream's does; a stream whose write failed writes nothing more.
-void AppendOnlyFile::writeChunk(const QChar* text, int size)
-{
-    if (_fd < 0 || _failed || size == 0)
-        return;
-    const QByteArray bytes = _codec ? _codec->fromUnicode(text, size, &*_state)
-                                    : QString::fromRawData(text, size).toLatin1();
-    const qint64 written = writeAll(bytes.constData(), bytes.size());
-    if (written == bytes.size())
-        return;
-    _failed = true;
-    // What QFile could not flush of a buffered block stays in its buffer for
-    // the flush at close.
-    if (bytes.size() <= fileBufferSize)
-        _unflushed = bytes.mid(int(std::max<qint64>(written, 0)));
-}
-
-// QFile's own loop: on through short writes, again after a signal; -1 when
-// nothing was written.
-qint64 AppendOnlyFile::writeAll(const char* data, qint64 size)
-{
-    qint64 written = 0;
-    ssize_t result;
-    do {
-        result = ::write(_fd, data + written, size_t(size - written));
-    } while ((result == -1 && errno == EINTR) || (result > 0 && (written += result) < size));
-    return size > 0 && written == 0 ? -1 : written;
+    const QByteArray bytes =
+        _codec ? _codec->fromUnicode(text.constData(), text.size(), &*_state) : text.toLatin1();
+    errno = 0;
+    if (writeAll(_fd, bytes.constData(), bytes.size()) == bytes.size())
+        return true;
+    // A write of 0 bytes sets no errno; the file system had no room for more.
+    *reason = qt_error_string(errno != 0 ? errno : ENOSPC).toLocal8Bit();
+    return false;
 }
 
 void AppendOnlyFile::close()
 {
     if (_fd < 0)
         return;
-    if (!_unflushed.isEmpty())
-        writeAll(_unflushed.constData(), _unflushed.size());
     if (_file)
         _file->close();
     else
         ::close(_fd);
     _fd = -1;
-    _unflushed.clear();
-    _failed = false;
+    _writeFailed = false;
 }
 
 #else
@@ -125,34 +161,36 @@ bool AppendOnlyFile::open(const QString& path)
 {
     close();
     _file = std::make_unique<QFile>(path);
-    return logfiles::openForAppend(*_file);
+    if (!openForAppend(*_file))
+        return false;
+    _path = path;
+    _resumesAfterFailure = _failures && _failures->contains(path);
+    return true;
 }
 
-QTextStream& AppendOnlyFile::stream()
+bool AppendOnlyFile::isOpen() const
+{
+    return _file && _file->isOpen();
+}
+
+bool AppendOnlyFile::writeText(const QString& text, QByteArray* reason)
 {
     if (!_stream)
         _stream = std::make_unique<QTextStream>(_file.get());
-    return *_stream;
-}
-
-void AppendOnlyFile::writeLine(const QString& line)
-{
-    stream() << line.chopped(1) << Qt::endl;
-}
-
-void AppendOnlyFile::write(const QString& text)
-{
-    stream() << text;
-    stream().flush();
+    *_stream << text;
+    _stream->flush();
+    if (_stream->status() == QTextStream::Ok)
+        return true;
+    *reason = _file->errorString().toLocal8Bit();
+    return false;
 }
 
 void AppendOnlyFile::close()
 {
-    if (_stream)
-        _stream->flush();
     _stream.reset();
     if (_file)
         _file->close();
+    _writeFailed = false;
 }
 
 #endif

@@ -2,7 +2,7 @@
 
 #include "../backlog.h"
 #include "appendonlyfile.h"
-#include "logfiles.h"
+#include "indexedlog.h"
 #include "logformat.h"
 
 #include <QtCore/QMutexLocker>
@@ -25,19 +25,19 @@ void UserLogWriter::receiveBccLogs(bool bConnect, QString ipAddr, quint16 port, 
     const backlog::HandledCall handled;
     if (ipAddr.isEmpty())
         return;
-    if (bConnect && _bccState == 1)
+    if (bConnect && _bccState == BccConnected)
         return;
     _bccIpAddr = ipAddr;
     _bccPort = port;
     _stateTime = QDateTime::currentDateTime();
     const QString time = logformat::stateTimeText(_stateTime);
     if (bConnect) {
-        _bccState = 1;
+        _bccState = BccConnected;
         writeBccLog(logformat::bccConnectedLine(time, ipAddr, msg));
         return;
     }
     const QString line = logformat::bccBrokenLine(time, ipAddr, msg);
-    _bccState = 0;
+    _bccState = BccBroken;
     writeBccLog(line);
     checkTcpState();
 }
@@ -71,11 +71,11 @@ void UserLogWriter::writeBccLog(const QString& line)
         qDebug(logformat::message::cannotMakeBccLogDir);
         return;
     }
-    AppendOnlyFile bccLog;
+    AppendOnlyFile bccLog(&_writeFailures);
     if (!bccLog.open(bccLogPath)) {
         qDebug(logformat::message::bccOpenError, bccLog.errorText().constData());
         return;
     }
-    bccLog.write(line);
+    bccLog.writeLine(line);
     bccLog.close();
 }

@@ -1,5 +1,8 @@
 #include "dirlisting.h"
 
+#include "logformat.h"
+
+#include <QtCore/QDebug>
 #include <QtCore/QDir>
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
@@ -19,6 +22,34 @@
 
 namespace logfiles {
 
+bool ensureDirectory(const QString& dirPath, CreationReport report)
+{
+    const QDir workingDir;
+    if (workingDir.exists(dirPath))
+        return true;
+    if (!workingDir.mkpath(dirPath)) {
+        qDebug(logformat::message::makeLogDirFailed);
+        return false;
+    }
+    if (report == CreationReport::Reported)
+        qDebug(logformat::message::makeLogDirSucceeded);
+    return true;
+}
+
+// A plain stat() on Unix, where a QFileInfo costs more than the system call; a
+// name stat() cannot take (empty, or with a NUL from a custom name) is left to
+// QFileInfo, which warns about it.
+qint64 fileSize(const QString& path)
+{
+#ifdef Q_OS_UNIX
+    const QByteArray name = QFile::encodeName(path);
+    struct stat info;
+    if (!name.isEmpty() && !name.contains('\0'))
+        return ::stat(name.constData(), &info) == 0 ? qint64(info.st_size) : 0;
+#endif
+    return QFileInfo(path).size();
+}
+
 QVector<ListedFile> listFilesPortable(const QString& dirPath)
 {
     QVector<ListedFile> files;
@@ -37,12 +68,14 @@ namespace {
 
 struct EntryKind
 {
-    bool isFile;
+    bool listed;
     bool isSymLink;
 };
 
-// Links count when their target is a regular file, as with QDir::Files; a
-// dangling link does not. File systems that leave the type open need a stat.
+// What QDir::Files keeps: regular files, and links whose target exists and is
+// no directory, whatever else it is (a link to /dev/null or a FIFO silences or
+// feeds a log). FIFOs, sockets and devices themselves are not listed, nor are
+// dangling links. File systems that leave the type open need an lstat.
 EntryKind entryKind(const QByteArray& dirPath, const char* name, unsigned char type)
 {
     if (type == DT_REG)
@@ -51,15 +84,13 @@ EntryKind entryKind(const QByteArray& dirPath, const char* name, unsigned char t
         return {false, false};
     const QByteArray path = dirPath + '/' + name;
     struct stat info;
-    bool isSymLink = type == DT_LNK;
     if (type == DT_UNKNOWN) {
         if (::lstat(path.constData(), &info) != 0)
             return {false, false};
-        isSymLink = S_ISLNK(info.st_mode);
-        if (!isSymLink)
+        if (!S_ISLNK(info.st_mode))
             return {S_ISREG(info.st_mode), false};
     }
-    return {::stat(path.constData(), &info) == 0 && S_ISREG(info.st_mode), isSymLink};
+    return {::stat(path.constData(), &info) == 0 && !S_ISDIR(info.st_mode), true};
 }
 
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 30)
@@ -120,27 +151,40 @@ bool isAscii(const char* text, int size)
     return (bits & 0x8080808080808080ULL) == 0;
 }
 
+// A name that does not survive the locale's decoding (a file copied from a
+// machine with another encoding) is left out, as QDir leaves it out: under its
+// decoded name the file could be neither opened nor deleted.
+bool decodeName(const char* name, int size, QString* decoded)
+{
+    const QByteArray bytes = QByteArray::fromRawData(name, size);
+    *decoded = QFile::decodeName(bytes);
+    return QFile::encodeName(*decoded) == bytes;
+}
+
 } // namespace
 
 // Every event lists its directories, so the listing dominates an event's cost:
 // QDirIterator builds a full QFileInfo per entry, some fifty times the work of
-// reading the names. Same rules: non-hidden regular files and links to them.
+// reading the names.
 DirListing::DirListing(const QString& dirPath)
 {
     const QByteArray nativePath = QFile::encodeName(dirPath);
     const bool asciiIsLatin1 = asciiNamesAreLatin1();
+    QString decoded;
     forEachEntry(nativePath, [&](const char* name, unsigned char type) {
         if (name[0] == '.')
             return; // hidden, and "." and ".."
         const EntryKind kind = entryKind(nativePath, name, type);
-        if (!kind.isFile)
+        if (!kind.listed)
             return;
         const int size = int(std::strlen(name));
         const int offset = _names.size();
         if (asciiIsLatin1 && isAscii(name, size))
             _names.append(QLatin1String(name, size));
+        else if (decodeName(name, size, &decoded))
+            _names.append(decoded);
         else
-            _names.append(QFile::decodeName(name));
+            return;
         _entries.append({offset, _names.size() - offset, kind.isSymLink});
     });
 }

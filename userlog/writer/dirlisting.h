@@ -5,12 +5,32 @@
 #include <QtCore/QStringView>
 #include <QtCore/QVector>
 
-// Directory listings for the log directories: every event lists its
-// directories, so the listing dominates an event's cost, and the platform's
-// own directory reading replaces a QFileInfo per entry.
+// What the resolvers ask of a log directory: its files, whether it is there,
+// and how large a file is. Every event lists its directories, so the listing
+// dominates an event's cost, and the platform's own directory reading replaces
+// a QFileInfo per entry.
 namespace logfiles {
 
-// One non-hidden file (or symbolic link to a file) directly inside a directory.
+// A file holding more than this many bytes is full; the next write starts a new one.
+constexpr qint64 maxLogFileSize = 1048576;
+
+// What ensureDirectory says of a directory it had to make.
+enum class CreationReport
+{
+    Silent,
+    Reported,
+};
+
+// Makes a missing directory (relative to the working directory) with all its
+// parents; false, with its message, when that fails. An entry of that name
+// that is not a directory counts as there: the later open reports the problem.
+bool ensureDirectory(const QString& dirPath, CreationReport report);
+
+// QFileInfo(path).size(): the target's size, 0 when it cannot be read.
+qint64 fileSize(const QString& path);
+
+// One non-hidden file (or symbolic link to anything but a directory) directly
+// inside a directory.
 struct ListedFile
 {
     QString name;
@@ -24,10 +44,11 @@ Q_DECLARE_TYPEINFO(logfiles::ListedFile, Q_MOVABLE_TYPE);
 
 namespace logfiles {
 
-// Lists the non-hidden files of dirPath, links to files included, in no
-// particular order: what QDir(dirPath).entryInfoList(QDir::Files) lists. A
-// missing directory lists as empty. Names only: no file is stat'ed except
-// links, whose target decides whether they count as files.
+// Lists the non-hidden files of dirPath in no particular order: what
+// QDir(dirPath).entryInfoList(QDir::Files) lists, links to anything but a
+// directory included, names that do not decode in the locale's encoding left
+// out. A missing directory lists as empty. Names only: no file is stat'ed
+// except links, whose target decides whether they are listed.
 QVector<ListedFile> listFiles(const QString& dirPath);
 
 // The same listing through QDirIterator alone: what listFiles falls back to

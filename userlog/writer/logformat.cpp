@@ -69,13 +69,13 @@ QString fillHeader(const QString& headerFormat, const QString& time)
 QString levelTag(int level, EntryForm form)
 {
     switch (level) {
-    case 2:
+    case UserLogInfo:
         return QStringLiteral("info");
-    case 3:
+    case UserLogWarn:
         return QStringLiteral("warn");
-    case 4:
+    case UserLogError:
         return QStringLiteral("erro");
-    case 5:
+    case UserLogPrintInfo:
         return form == EntryForm::Batch ? QStringLiteral("printinfo") : QStringLiteral("log");
     default:
         return QStringLiteral("log");
@@ -84,7 +84,7 @@ QString levelTag(int level, EntryForm form)
 
 bool isPrintEntry(int level, EntryForm form)
 {
-    return level == (form == EntryForm::Batch ? 5 : 6);
+    return level == (form == EntryForm::Batch ? UserLogPrintInfo : UserLogPrint);
 }
 
 QString userLogLine(const QString& headerFormat, const QString& time, const QString& block,

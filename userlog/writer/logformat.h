@@ -1,6 +1,8 @@
 #ifndef LOGFORMAT_H
 #define LOGFORMAT_H
 
+#include "userloglevel.h"
+
 #include <QtCore/QDateTime>
 #include <QtCore/QString>
 
@@ -39,7 +41,7 @@ QString userLogLine(const QString& headerFormat, const QString& time, const QStr
 
 // The banner of a connection state: its line, header and text, between two separators.
 extern const QString bannerSeparator; // "//---------------------------------"
-extern const QString bootedUpText;    // " <user log> <log> krn user log systerm booted up!"
+extern const QString bootedUpText;    // " <user log> <log> krn user log systerm booted up!" (sic)
 extern const QString connectedText;   // " <user log> <log> krn system connected with controller!"
 extern const QString lostConnectionText;
 
@@ -53,13 +55,15 @@ QString tcpProbeLine(const QString& time, const QString& ipAddr, bool reachable)
 // error text in the local 8-bit encoding.
 namespace message {
 constexpr char makeLogDirFailed[] = "make log dir failed!";
-constexpr char makeLogDirSucceeded[] = "make log dir succeded!";
+constexpr char makeLogDirSucceeded[] = "make log dir succeded!"; // sic: the text hosts know
 constexpr char cannotMakeLogDir[] = "error, can not make log dir!";
 constexpr char cannotMakeBccLogDir[] = "error, can not make bcc log dir!";
 constexpr char bannerOpenError[] = "open log file error1(%s):%s"; // path as handed to QFile
 constexpr char entryOpenError[] = "open log file error2:%s";      // a single entry's user log
 constexpr char openError[] = "open log file error3:%s";           // batch, or the print file
 constexpr char bccOpenError[] = "open bcc log file error3:%s";
+// Once per file until a write to it succeeds again: its path, then why.
+constexpr char writeError[] = "write log file error(%s):%s";
 constexpr char noLogInformation[] = "no log information to write!";
 constexpr char emptyLogList[] = "received empty log list!";
 } // namespace message

@@ -33,8 +33,8 @@ void UserLogWriter::receiveUserLogs(QString inBlock, QString inTime, QString inL
         return;
     }
     QMutexLocker locker(&_mutex);
-    AppendOnlyFile userLog;
-    AppendOnlyFile printFile;
+    AppendOnlyFile userLog(&_writeFailures);
+    AppendOnlyFile printFile(&_writeFailures);
     if (!openCurrentLogFiles(LogEvent::SingleEntry, userLog, printFile))
         return;
 
@@ -60,8 +60,8 @@ void UserLogWriter::writeUserLogList(const QList<LogInformation>& list)
         return;
     }
     QMutexLocker locker(&_mutex);
-    AppendOnlyFile userLog;
-    AppendOnlyFile printFile;
+    AppendOnlyFile userLog(&_writeFailures);
+    AppendOnlyFile printFile(&_writeFailures);
     if (!openCurrentLogFiles(LogEvent::Batch, userLog, printFile))
         return;
 

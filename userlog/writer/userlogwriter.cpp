@@ -2,7 +2,8 @@
 
 #include "../backlog.h"
 #include "appendonlyfile.h"
-#include "logfiles.h"
+#include "datedlog.h"
+#include "indexedlog.h"
 #include "logformat.h"
 
 #include <QtCore/QMutexLocker>
@@ -42,15 +43,17 @@ void writeBanner(AppendOnlyFile& file, const QString& bannerLine)
 } // namespace
 
 UserLogWriter::UserLogWriter(QObject* parent)
-    : QObject(parent), _stateTime(QDateTime::currentDateTime()), _bConnected(false), _bccState(-1),
-      _bccPort(0), _tcpCheckCount(0)
+    : QObject(parent), _stateTime(QDateTime::currentDateTime()), _bConnected(false),
+      _bccState(BccNoReportYet), _bccPort(0), _tcpCheckCount(0)
 {
     _onlineLogName = QStringLiteral("user_log_file_%1.txt");
     // The settings file stays open until construction is complete.
     const QSettings settings(customIniPath, QSettings::IniFormat);
     _offlineLogName = customLogName(settings) + QStringLiteral("_off");
     _bccLogName = QStringLiteral("bcc_log_file_%1.txt");
-    setSystermConnectState(false, true);
+    const bool bConnected = false;
+    const bool bFirstTime = true;
+    setSystermConnectState(bConnected, bFirstTime);
 }
 
 UserLogWriter::~UserLogWriter() = default;
@@ -58,7 +61,8 @@ UserLogWriter::~UserLogWriter() = default;
 void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
 {
     // Host reports never come with bFirstTime; the constructor's call is no host call.
-    const backlog::HandledCall handled(!bFirstTime);
+    const bool fromHost = !bFirstTime;
+    const backlog::HandledCall handled(fromHost);
     QMutexLocker locker(&_mutex);
     if (bConnected == _bConnected && !bFirstTime)
         return;
@@ -86,8 +90,8 @@ void UserLogWriter::setSystermConnectState(bool bConnected, bool bFirstTime)
     const QString bannerLine =
         logformat::fillHeader(_headerFormat, logformat::stateTimeText(_stateTime)) + *bannerText;
 
-    AppendOnlyFile userLog;
-    AppendOnlyFile printFile;
+    AppendOnlyFile userLog(&_writeFailures);
+    AppendOnlyFile printFile(&_writeFailures);
     if (!openCurrentLogFiles(LogEvent::Banner, userLog, printFile))
         return;
     writeBanner(userLog, bannerLine);
@@ -121,18 +125,18 @@ bool UserLogWriter::openCurrentLogFiles(LogEvent event, AppendOnlyFile& userLog,
     }
     if (event == LogEvent::Banner && !resolvePrintPath())
         return false;
-    if (!openLogFile(userLog, userLogPath, event, false))
+    if (!openLogFile(userLog, userLogPath, event, LogFile::UserLog))
         return false;
     if (event != LogEvent::Banner && !resolvePrintPath())
         return false;
-    return openLogFile(printFile, printPath, event, true);
+    return openLogFile(printFile, printPath, event, LogFile::PrintFile);
 }
 
 // Each path has its own message for a file that does not open; a banner's
 // also names the file, by the path as handed over: QFile::fileName() would give
 // it back with "/" for the native separator before the name on Windows.
 bool UserLogWriter::openLogFile(AppendOnlyFile& file, const QString& path, LogEvent event,
-                                bool isPrintFile)
+                                LogFile which)
 {
     if (file.open(path))
         return true;
@@ -140,7 +144,7 @@ bool UserLogWriter::openLogFile(AppendOnlyFile& file, const QString& path, LogEv
     if (event == LogEvent::Banner)
         qDebug(logformat::message::bannerOpenError, path.toLocal8Bit().constData(),
                error.constData());
-    else if (event == LogEvent::SingleEntry && !isPrintFile)
+    else if (event == LogEvent::SingleEntry && which == LogFile::UserLog)
         qDebug(logformat::message::entryOpenError, error.constData());
     else
         qDebug(logformat::message::openError, error.constData());

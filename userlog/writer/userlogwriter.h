@@ -2,26 +2,14 @@
 #define USERLOGWRITER_H
 
 #include "../userlog.h"
+#include "appendonlyfile.h"
+#include "userloglevel.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QObject>
 #include <QtCore/QString>
-
-class AppendOnlyFile;
-
-// Level of an entry as the writer sees it. The fixed underlying type lets every
-// signed 32-bit value through unchanged; values without a name are plain log
-// entries.
-enum UserLogLevel : qint32
-{
-    UserLogInfo = 2,
-    UserLogWarn = 3,
-    UserLogError = 4,
-    UserLogPrintInfo = 5, // batch entries: tagged "printinfo" and copied to the print file
-    UserLogPrint = 6,     // single entries: copied to the print file
-};
 
 extern const QString offlineLogDir;
 extern const QString onlineLogDir;
@@ -42,6 +30,7 @@ public:
     ~UserLogWriter() override;
 
 public slots:
+    // "Systerm" (sic): hosts connect to this name by signature; it must stay so.
     void setSystermConnectState(bool bConnected = false, bool bFirstTime = false);
     void receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, int inLevel);
     void receiveUserLogs(QString inBlock, QString inTime, QString inLogInfo, UserLogLevel inLevel);
@@ -70,8 +59,13 @@ private:
         Batch
     };
     bool openCurrentLogFiles(LogEvent event, AppendOnlyFile& userLog, AppendOnlyFile& printFile);
+    enum class LogFile
+    {
+        UserLog,
+        PrintFile
+    };
     static bool openLogFile(AppendOnlyFile& file, const QString& path, LogEvent event,
-                            bool isPrintFile);
+                            LogFile which);
 
     QDateTime _stateTime;
     bool _bConnected;
@@ -82,12 +76,22 @@ private:
     QString _printDir;
     QString _printFileName;
     QString _bccLogName;
+    // The last bcc report taken in, one of the BccState values.
+    enum BccState : int
+    {
+        BccNoReportYet = -1,
+        BccBroken = 0,
+        BccConnected = 1
+    };
     int _bccState;
     QString _bccIpAddr;
     quint16 _bccPort;
     int _tcpCheckCount;
     QMutex _mutex;
     QString _headerFormat;
+    // Which files a write failed on, so that each failure is told once and a
+    // line it cut short is ended before the next one.
+    WriteFailures _writeFailures;
 };
 
 #endif // USERLOGWRITER_H
