@@ -1,7 +1,10 @@
 // Time until entries are on disk, per entry: the library (recordLog, then
 // flush()) against the floor and against spdlog's rotating file sinks. Every
 // run starts from a fresh tree; a round runs each workload through each of
-// them by turns, and a ratio is the median of the per-round ratios.
+// them by turns, the library first in even rounds and last in odd ones, so
+// that neither side always inherits the other's warm caches or a neighbour's
+// burst of load. A ratio is the median of the per-round ratios, after one
+// warm-up round that counts for nothing.
 #include "bench.h"
 
 #include <userlog/userlog.h>
@@ -19,7 +22,7 @@
 
 namespace {
 
-constexpr int rounds = 7;
+constexpr int rounds = 11;
 
 struct Workload
 {
@@ -180,22 +183,26 @@ std::vector<Row> writerRows(std::string* floorCheck, bool* floorMatches)
     std::vector<std::array<std::vector<double>, ImplCount>> seconds(count);
     int compared = 0;
     *floorMatches = true;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = -1; round < rounds; ++round) {
         for (size_t w = 0; w < count; ++w) {
-            LogFiles library;
-            LogFiles files;
-            for (int impl = Library; impl < ImplCount; ++impl) {
+            std::array<LogFiles, ImplCount> produced;
+            for (int turn = 0; turn < ImplCount; ++turn) {
+                const int impl = round % 2 == 0 ? turn : ImplCount - 1 - turn;
                 if (impl == FloorPerLine && !workloads[w].batch)
                     continue; // one line per file: the floor itself
-                seconds[w][impl].push_back(
-                    run(workloads[w], impl, impl == Library ? &library : &files));
-                if (impl != Floor && impl != FloorPerLine)
+                const double elapsed = run(workloads[w], impl, &produced[impl]);
+                if (round >= 0)
+                    seconds[w][impl].push_back(elapsed);
+            }
+            for (const int impl : {Floor, FloorPerLine}) {
+                if (impl == FloorPerLine && !workloads[w].batch)
                     continue;
                 ++compared;
-                if (files != library && *floorMatches) {
+                if (produced[impl] != produced[Library] && *floorMatches) {
                     *floorMatches = false;
                     *floorCheck = std::string("MISMATCH in ") + workloads[w].name + ", " +
-                                  implNames[impl] + ": " + firstDifference(library, files);
+                                  implNames[impl] + ": " +
+                                  firstDifference(produced[Library], produced[impl]);
                 }
             }
         }
