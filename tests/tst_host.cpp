@@ -1,8 +1,9 @@
 // A host that quits with the log thread still behind: this program itself,
-// started as "tst_host child <mode>". The child's log thread meets refused entries
-// (empty messages) on its way; the debug message each one prints is caught
-// here and held, so how long the log thread is busy or stalled never depends on
-// the machine's speed.
+// started as "tst_host child <mode> [<stall seconds>]", the last lowering the
+// quit's stall limit from the 5 s every host gets. The child's log thread meets
+// refused entries (empty messages) on its way; the debug message each one
+// prints is caught here and held, so how long the log thread is busy or stalled
+// never depends on the machine's speed.
 #include "testtree.h"
 
 #include <userlog/userlog.h>
@@ -19,7 +20,7 @@ namespace {
 enum class Cue
 {
     WaitForQuit, // until the child's own quit handler has run
-    TakeASecond,
+    TakeAQuarterSecond,
     Hang, // for good, as on a hung network share
 };
 
@@ -39,8 +40,8 @@ void onMessage(QtMsgType, const QMessageLogContext&, const QString& message)
     case Cue::WaitForQuit:
         quitBegan.acquire();
         break;
-    case Cue::TakeASecond:
-        QThread::sleep(1);
+    case Cue::TakeAQuarterSecond:
+        QThread::msleep(250);
         break;
     case Cue::Hang:
         for (;;)
@@ -62,9 +63,11 @@ void entries(int from, int to)
 
 // Posts a mode's calls behind a first cue that holds the log thread until the
 // quit has begun, and quits through the event loop without flushing.
-int quitChild(QCoreApplication& app, const QString& mode)
+int quitChild(QCoreApplication& app, const QString& mode, int stallSeconds)
 {
     qInstallMessageHandler(onMessage);
+    if (stallSeconds > 0)
+        app.setProperty("varnor.userlog.testQuitStallSeconds", stallSeconds);
     // Connected before the library's own handler, so it runs first.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, [] {
         std::printf("lines at quit: %d\n",
@@ -83,7 +86,7 @@ int quitChild(QCoreApplication& app, const QString& mode)
         } else if (mode == "busy"_s) {
             for (int i = 0; i < 12; ++i) {
                 entries(i, i + 1);
-                refuse(Cue::TakeASecond);
+                refuse(Cue::TakeAQuarterSecond);
             }
         } else {
             entries(0, 3);
@@ -109,21 +112,23 @@ private slots:
     void quit_data()
     {
         QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("stallSeconds"); // 0: the limit every host gets
         QTest::addColumn<int>("entriesWritten");
         QTest::addColumn<QString>("lastLine");
         QTest::addColumn<QString>("stallMessage");
         QTest::newRow("first call on a worker thread that ended: everything written")
-            << "worker"_s << 20500 << "**T** <HOST> <info> 499"_s << QString();
-        QTest::newRow("busy for 12 s, never 5 s without progress: everything written")
-            << "busy"_s << 12 << "**T** <HOST> <info> 11"_s << QString();
-        QTest::newRow("stalled: given up after 5 s, the calls left counted")
-            << "stall"_s << 3 << "**T** <HOST> <info> 2"_s
-            << "log thread stalled for 5 s at quit: 5 calls left unwritten"_s;
+            << "worker"_s << 0 << 20500 << "**T** <HOST> <info> 499"_s << QString();
+        QTest::newRow("busy for 3 s, never 1 s without progress: everything written")
+            << "busy"_s << 1 << 12 << "**T** <HOST> <info> 11"_s << QString();
+        QTest::newRow("stalled: given up after 1 s, the limit and the calls left told")
+            << "stall"_s << 1 << 3 << "**T** <HOST> <info> 2"_s
+            << "log thread stalled for 1 s at quit: 5 calls left unwritten"_s;
     }
 
     void quit()
     {
         QFETCH(QString, mode);
+        QFETCH(int, stallSeconds);
         QFETCH(int, entriesWritten);
         QFETCH(QString, lastLine);
         QFETCH(QString, stallMessage);
@@ -131,7 +136,8 @@ private slots:
         QProcess child;
         QElapsedTimer clock;
         clock.start();
-        child.start(QCoreApplication::applicationFilePath(), {"child"_s, mode});
+        child.start(QCoreApplication::applicationFilePath(),
+                    {"child"_s, mode, QString::number(stallSeconds)});
         QVERIFY(child.waitForFinished(120000) && child.exitStatus() == QProcess::NormalExit);
         qInfo("%s: the child ran %lld ms", qPrintable(mode), clock.elapsed());
         const QString out = child.readAllStandardOutput(), err = child.readAllStandardError();
@@ -151,8 +157,9 @@ private slots:
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (argc == 3 && qstrcmp(argv[1], "child") == 0)
-        return quitChild(app, QString::fromLocal8Bit(argv[2]));
+    if ((argc == 3 || argc == 4) && qstrcmp(argv[1], "child") == 0)
+        return quitChild(app, QString::fromLocal8Bit(argv[2]),
+                         argc == 4 ? QByteArray(argv[3]).toInt() : 0);
     TestHost test;
     return QTest::qExec(&test, argc, argv);
 }

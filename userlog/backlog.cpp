@@ -1,6 +1,8 @@
 #include "backlog.h"
 
 #include <QtCore/QAtomicInteger>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QVariant>
 
 namespace backlog {
 
@@ -9,6 +11,8 @@ namespace {
 QAtomicInteger<quint64> posted;
 QAtomicInteger<quint64> handled;
 QAtomicInteger<quint64> work;
+
+constexpr int quitStallSecondsForHosts = 5;
 } // namespace
 
 void callPosted()
@@ -39,6 +43,17 @@ quint64 pendingCalls()
     const quint64 done = handled.loadRelaxed();
     const quint64 sent = posted.loadRelaxed();
     return sent > done ? sent - done : 0;
+}
+
+int quitStallSeconds()
+{
+    const QCoreApplication* app = QCoreApplication::instance();
+    if (app == nullptr)
+        return quitStallSecondsForHosts;
+    bool ok = false;
+    const int lowered = app->property("varnor.userlog.testQuitStallSeconds").toInt(&ok);
+    return ok && lowered >= 1 && lowered < quitStallSecondsForHosts ? lowered
+                                                                    : quitStallSecondsForHosts;
 }
 
 } // namespace backlog

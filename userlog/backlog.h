@@ -19,6 +19,15 @@ quint64 workCount();
 // Posted calls that the writer has not finished yet.
 quint64 pendingCalls();
 
+// How long a quitting host waits while the log thread finishes no work at all
+// before it gives up: 5 s, for that long without any means a hung disk or share.
+// Test only: a test program lowers it to 1 to 4 whole seconds with the dynamic
+// property "varnor.userlog.testQuitStallSeconds" on its application object, set
+// before it quits, so that a stall case need not wait 5 s. A property and not an
+// environment variable: no shell or parent process passes it on to a host, and
+// a host has no reason to set it. Any other value, or none, keeps 5 s.
+int quitStallSeconds();
+
 // Marks the host call that the current slot took as handled when the slot
 // returns, however it returns.
 class HandledCall

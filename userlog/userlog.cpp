@@ -10,10 +10,8 @@
 #include <QtCore/QSharedPointer>
 
 namespace {
-// A quitting application waits for the log thread as long as it keeps working;
-// this long without any finished work means a hung disk or share.
-constexpr int quitStallTimeoutMs = 5000;
-// How often the quit looks at the log thread's work count meanwhile.
+// A quitting application waits for the log thread as long as it keeps working
+// (backlog::quitStallSeconds). How often the quit looks at its work count:
 constexpr int quitPollMs = 100;
 
 // Posts a marker behind every call posted so far; the semaphore is released when
@@ -128,6 +126,7 @@ void UserLog::flushOnApplicationQuit()
     const QSharedPointer<QSemaphore> handled = postMarker(_writer, _thread);
     if (!handled)
         return;
+    const int stallSeconds = backlog::quitStallSeconds();
     quint64 work = backlog::workCount();
     QElapsedTimer sinceWork;
     sinceWork.start();
@@ -135,9 +134,9 @@ void UserLog::flushOnApplicationQuit()
         if (backlog::workCount() != work) {
             work = backlog::workCount();
             sinceWork.restart();
-        } else if (sinceWork.hasExpired(quitStallTimeoutMs)) {
-            qDebug("log thread stalled for %d s at quit: %llu calls left unwritten",
-                   quitStallTimeoutMs / 1000, backlog::pendingCalls());
+        } else if (sinceWork.hasExpired(stallSeconds * 1000)) {
+            qDebug("log thread stalled for %d s at quit: %llu calls left unwritten", stallSeconds,
+                   backlog::pendingCalls());
             return;
         }
     }

@@ -19,10 +19,101 @@ namespace {
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
+const QLatin1String rootOption("root");
+const QLatin1String nameOption("custom-log-name");
 
 void printError(const QString& text)
 {
     std::fprintf(stderr, "userlog-host: %s\n", text.toLocal8Bit().constData());
+}
+
+// What the command line asks for.
+struct Options
+{
+    QString root; // empty: a fresh temporary directory
+    bool setCustomLogName = false;
+    QString customLogName;
+    QString scenarioPath; // "-": standard input
+};
+
+// The options and the argument as --help tells them.
+void describeCommandLine(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(
+        QStringLiteral("Replays a scenario of user log calls through libvarnor.userlog."));
+    parser.addOptions({
+        {{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help.")},
+        {rootOption,
+         QStringLiteral("Root of the log tree: logs go to DIR/log, settings come from "
+                        "DIR/KRN/user/custom.ini. Default: a fresh temporary directory."),
+         QStringLiteral("DIR")},
+        {nameOption,
+         QStringLiteral("Write CUSTOM_LOG_NAME=NAME into DIR/KRN/user/custom.ini before start."),
+         QStringLiteral("NAME")},
+    });
+    parser.addPositionalArgument(QStringLiteral("scenario"),
+                                 QStringLiteral("Scenario file; \"-\" or none: standard input."),
+                                 QStringLiteral("[scenario]"));
+}
+
+// Reads the command line into options. Returns false when the host is to stop
+// at once with exitCode: 0 after the help, exitUsage after a usage error (told).
+bool parseCommandLine(Options& options, int& exitCode)
+{
+    QCommandLineParser parser;
+    describeCommandLine(parser);
+    exitCode = exitUsage;
+    if (!parser.parse(QCoreApplication::arguments())) {
+        printError(parser.errorText());
+        return false;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        std::printf("%s\n%s", parser.helpText().toLocal8Bit().constData(),
+                    scenario::commandHelp().toLocal8Bit().constData());
+        exitCode = 0;
+        return false;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() > 1 || (parser.isSet(rootOption) && parser.value(rootOption).isEmpty())) {
+        printError(QStringLiteral("usage: userlog-host [--root DIR] [--custom-log-name NAME] "
+                                  "[scenario]; see --help"));
+        return false;
+    }
+    options = {parser.value(rootOption), parser.isSet(nameOption), parser.value(nameOption),
+               positional.value(0, QStringLiteral("-"))};
+    return true;
+}
+
+// How errors name the scenario.
+QString sourceName(const QString& scenarioPath)
+{
+    return scenarioPath == QLatin1String("-") ? QStringLiteral("<stdin>") : scenarioPath;
+}
+
+// The path is relative to where the host was started: the file is opened
+// before the host moves into the tree.
+bool openScenario(const QString& scenarioPath, QFile& file, QString& error)
+{
+    const bool fromStdin = scenarioPath == QLatin1String("-");
+    if (!fromStdin)
+        file.setFileName(scenarioPath);
+    if (fromStdin ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly))
+        return true;
+    error = QStringLiteral("cannot read ") + sourceName(scenarioPath) + QStringLiteral(": ") +
+            file.errorString();
+    return false;
+}
+
+bool makeFreshRoot(QString& root, QString& error)
+{
+    QTemporaryDir fresh(QDir::tempPath() + QStringLiteral("/userlog-host-XXXXXX"));
+    if (!fresh.isValid()) {
+        error = QStringLiteral("cannot make a temporary directory: ") + fresh.errorString();
+        return false;
+    }
+    fresh.setAutoRemove(false); // the logs are the point of the run
+    root = fresh.path();
+    return true;
 }
 
 // Writes <root>/KRN/user/custom.ini, which the library reads at start-up and at
@@ -52,89 +143,29 @@ bool enterTree(const QString& root, QString& error)
     return false;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// Settles the root, tells it, writes the custom log name if one is asked for
+// and moves into the tree.
+bool prepareTree(const Options& options, QString& error)
 {
-    // Before the first logger() call: the log thread needs it, and the library
-    // hooks its quit-time flush to it.
-    QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("userlog-host"));
-
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Replays a scenario of user log calls through libvarnor.userlog."));
-    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
-                                        QStringLiteral("Show this help."));
-    const QCommandLineOption rootOption(
-        QStringLiteral("root"),
-        QStringLiteral("Root of the log tree: logs go to DIR/log, settings come from "
-                       "DIR/KRN/user/custom.ini. Default: a fresh temporary directory."),
-        QStringLiteral("DIR"));
-    const QCommandLineOption nameOption(
-        QStringLiteral("custom-log-name"),
-        QStringLiteral("Write CUSTOM_LOG_NAME=NAME into DIR/KRN/user/custom.ini before start."),
-        QStringLiteral("NAME"));
-    parser.addOptions({helpOption, rootOption, nameOption});
-    parser.addPositionalArgument(QStringLiteral("scenario"),
-                                 QStringLiteral("Scenario file; \"-\" or none: standard input."),
-                                 QStringLiteral("[scenario]"));
-
-    if (!parser.parse(QCoreApplication::arguments())) {
-        printError(parser.errorText());
-        return exitUsage;
-    }
-    if (parser.isSet(helpOption)) {
-        std::printf("%s\n%s", parser.helpText().toLocal8Bit().constData(),
-                    scenario::commandHelp().toLocal8Bit().constData());
-        return 0;
-    }
-    const QStringList positional = parser.positionalArguments();
-    if (positional.size() > 1 || (parser.isSet(rootOption) && parser.value(rootOption).isEmpty())) {
-        printError(QStringLiteral("usage: userlog-host [--root DIR] [--custom-log-name NAME] "
-                                  "[scenario]; see --help"));
-        return exitUsage;
-    }
-
-    // The scenario path is relative to where the host was started: open it first.
-    const QString scenarioPath = positional.value(0, QStringLiteral("-"));
-    const bool fromStdin = scenarioPath == QLatin1String("-");
-    const QString source = fromStdin ? QStringLiteral("<stdin>") : scenarioPath;
-    QFile scenarioFile(fromStdin ? QString() : scenarioPath);
-    const bool opened = fromStdin ? scenarioFile.open(stdin, QIODevice::ReadOnly)
-                                  : scenarioFile.open(QIODevice::ReadOnly);
-    if (!opened) {
-        printError(QStringLiteral("cannot read ") + source + QStringLiteral(": ") +
-                   scenarioFile.errorString());
-        return exitFailure;
-    }
-
-    QString root = parser.value(rootOption);
-    QTemporaryDir freshRoot(QDir::tempPath() + QStringLiteral("/userlog-host-XXXXXX"));
-    if (root.isEmpty()) {
-        if (!freshRoot.isValid()) {
-            printError(QStringLiteral("cannot make a temporary directory: ") +
-                       freshRoot.errorString());
-            return exitFailure;
-        }
-        freshRoot.setAutoRemove(false); // the logs are the point of the run
-        root = freshRoot.path();
-    }
+    QString root = options.root;
+    if (root.isEmpty() && !makeFreshRoot(root, error))
+        return false;
     root = QDir(root).absolutePath();
     std::printf("log tree: %s\n", QDir::toNativeSeparators(root).toLocal8Bit().constData());
     std::fflush(stdout);
+    if (options.setCustomLogName && !writeCustomLogName(root, options.customLogName, error))
+        return false;
+    return enterTree(root, error);
+}
 
-    QString error;
-    if ((parser.isSet(nameOption) && !writeCustomLogName(root, parser.value(nameOption), error)) ||
-        !enterTree(root, error)) {
-        printError(error);
-        return exitFailure;
-    }
-
+// Replays the scenario and waits until it is written; returns the exit code.
+int runScenario(QFile& scenarioFile, const QString& source)
+{
     UserLog* log = UserLog::logger();
     ScenarioRunner runner(log);
     QTextStream in(&scenarioFile);
     in.setCodec("UTF-8");
+    QString error;
     const bool ran = runner.run(in, source, error);
     // Everything before a bad line is on disk before the error is told.
     const bool flushed = log->flush(ScenarioRunner::flushTimeoutMs);
@@ -144,4 +175,26 @@ int main(int argc, char** argv)
         printError(QStringLiteral("the final flush did not finish within %1 ms")
                        .arg(ScenarioRunner::flushTimeoutMs));
     return ran && flushed ? 0 : exitFailure;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // Before the first logger() call: the log thread needs it, and the library
+    // hooks its quit-time flush to it.
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("userlog-host"));
+
+    Options options;
+    int exitCode = 0;
+    if (!parseCommandLine(options, exitCode))
+        return exitCode;
+    QFile scenarioFile;
+    QString error;
+    if (!openScenario(options.scenarioPath, scenarioFile, error) || !prepareTree(options, error)) {
+        printError(error);
+        return exitFailure;
+    }
+    return runScenario(scenarioFile, sourceName(options.scenarioPath));
 }

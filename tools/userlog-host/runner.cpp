@@ -67,57 +67,65 @@ bool ScenarioRunner::execute(const Command& command, QString& error)
     case Kind::Controller:
         _log->connectedWithController(command.up);
         return true;
-    case Kind::Entry: {
-        const QString time = command.timeIsNow ? nowText() : command.time;
-        if (_inBatch)
-            _batch.append({time, command.block, command.message, command.level});
-        else
-            _log->recordLog(command.block, time, command.message, command.level);
+    case Kind::Entry:
+        recordEntry(command);
         return true;
-    }
     case Kind::BatchBegin:
-        _inBatch = true;
-        _batchLine = _lineNumber;
-        _batch.clear();
+        beginBatch();
         return true;
     case Kind::BatchEnd:
-        if (!_inBatch) {
-            error = QStringLiteral("end without batch");
-            return false;
-        }
-        _inBatch = false;
-        _log->recordLog(_batch);
-        _batch.clear();
-        return true;
-    case Kind::Bcc: {
-        if (command.portIsListenPort && _listenPort < 0) {
-            error = QStringLiteral("$port used before listen");
-            return false;
-        }
-        const int port = command.portIsListenPort ? _listenPort : command.port;
-        _log->recordBccLog(command.up, command.address, static_cast<quint16>(port),
-                           command.message);
-        return true;
-    }
+        return endBatch(error);
+    case Kind::Bcc:
+        return recordBcc(command, error);
     case Kind::Listen:
         return startListening(command.port, error);
     case Kind::Unlisten:
-        if (!_server) {
-            error = QStringLiteral("unlisten without listen");
-            return false;
-        }
-        _server.reset();
-        return true;
+        return stopListening(error);
     case Kind::Wait:
         pause(command.msecs);
         return true;
     case Kind::Flush:
-        if (!_log->flush(flushTimeoutMs)) {
-            error = QStringLiteral("flush did not finish within %1 ms").arg(flushTimeoutMs);
-            return false;
-        }
-        return true;
+        return flush(error);
     }
+    return true;
+}
+
+void ScenarioRunner::recordEntry(const Command& command)
+{
+    const QString time = command.timeIsNow ? nowText() : command.time;
+    if (_inBatch)
+        _batch.append({time, command.block, command.message, command.level});
+    else
+        _log->recordLog(command.block, time, command.message, command.level);
+}
+
+void ScenarioRunner::beginBatch()
+{
+    _inBatch = true;
+    _batchLine = _lineNumber;
+    _batch.clear();
+}
+
+bool ScenarioRunner::endBatch(QString& error)
+{
+    if (!_inBatch) {
+        error = QStringLiteral("end without batch");
+        return false;
+    }
+    _inBatch = false;
+    _log->recordLog(_batch);
+    _batch.clear();
+    return true;
+}
+
+bool ScenarioRunner::recordBcc(const Command& command, QString& error)
+{
+    if (command.portIsListenPort && _listenPort < 0) {
+        error = QStringLiteral("$port used before listen");
+        return false;
+    }
+    const int port = command.portIsListenPort ? _listenPort : command.port;
+    _log->recordBccLog(command.up, command.address, static_cast<quint16>(port), command.message);
     return true;
 }
 
@@ -136,4 +144,22 @@ bool ScenarioRunner::startListening(int port, QString& error)
     _listenPort = server->serverPort();
     _server = std::move(server);
     return true;
+}
+
+bool ScenarioRunner::stopListening(QString& error)
+{
+    if (!_server) {
+        error = QStringLiteral("unlisten without listen");
+        return false;
+    }
+    _server.reset();
+    return true;
+}
+
+bool ScenarioRunner::flush(QString& error)
+{
+    if (_log->flush(flushTimeoutMs))
+        return true;
+    error = QStringLiteral("flush did not finish within %1 ms").arg(flushTimeoutMs);
+    return false;
 }

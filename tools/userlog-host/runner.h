@@ -32,8 +32,15 @@ public:
     static constexpr int flushTimeoutMs = 30000;
 
 private:
+    // One command each; false with error set on a command that cannot run here.
     bool execute(const scenario::Command& command, QString& error);
+    void recordEntry(const scenario::Command& command);
+    void beginBatch();
+    bool endBatch(QString& error);
+    bool recordBcc(const scenario::Command& command, QString& error);
     bool startListening(int port, QString& error);
+    bool stopListening(QString& error);
+    bool flush(QString& error);
 
     UserLog* _log;
     std::unique_ptr<QTcpServer> _server;
