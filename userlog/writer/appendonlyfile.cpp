@@ -52,8 +52,7 @@ bool AppendOnlyFile::open(const QString& path)
         _fd = _file->handle();
     }
     // As a new stream does: the locale's codec, no byte order mark.
-    _codec = QTextCodec::codecForLocale();
-    _state.emplace(QTextCodec::IgnoreHeader);
+    _encoder.emplace();
     return true;
 }
 
@@ -80,8 +79,7 @@ void AppendOnlyFile::writeChunk(const QChar* text, int size)
 {
     if (_fd < 0 || _failed || size == 0)
         return;
-    const QByteArray bytes = _codec ? _codec->fromUnicode(text, size, &*_state)
-                                    : QString::fromRawData(text, size).toLatin1();
+    const QByteArray bytes = _encoder->encode(text, size);
     const qint64 written = writeAll(bytes.constData(), bytes.size());
     if (written == bytes.size())
         return;
@@ -130,8 +128,10 @@ bool AppendOnlyFile::open(const QString& path)
 
 QTextStream& AppendOnlyFile::stream()
 {
-    if (!_stream)
+    if (!_stream) {
         _stream = std::make_unique<QTextStream>(_file.get());
+        localeencoding::useLocaleEncoding(*_stream);
+    }
     return *_stream;
 }
 

@@ -3,7 +3,8 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
-#include <QtCore/QTextCodec>
+
+#include "localeencoding.h"
 
 #include <memory>
 #include <optional>
@@ -45,8 +46,7 @@ private:
     qint64 writeAll(const char* data, qint64 size);
 
     int _fd = -1;
-    QTextCodec* _codec = nullptr;
-    std::optional<QTextCodec::ConverterState> _state;
+    std::optional<localeencoding::Encoder> _encoder;
     QByteArray _unflushed;
     bool _failed = false;
 #else

@@ -1,10 +1,11 @@
 #include "dirlisting.h"
 
+#include "localeencoding.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QTextCodec>
 
 #include <cstring>
 
@@ -100,9 +101,7 @@ template <typename Visit> void forEachEntry(const QByteArray& dirPath, Visit vis
 // of a name's listing.
 bool asciiNamesAreLatin1()
 {
-    constexpr int utf8Mib = 106;
-    const QTextCodec* codec = QTextCodec::codecForLocale();
-    return codec == nullptr || codec->mibEnum() == utf8Mib;
+    return localeencoding::decodesAsciiAsLatin1();
 }
 
 // Eight bytes at a time: a byte-wise test costs as much as the decoding it saves.
@@ -141,7 +140,7 @@ DirListing::DirListing(const QString& dirPath)
             _names.append(QLatin1String(name, size));
         else
             _names.append(QFile::decodeName(name));
-        _entries.append({offset, _names.size() - offset, kind.isSymLink});
+        _entries.append({offset, int(_names.size()) - offset, kind.isSymLink});
     });
 }
 
@@ -205,7 +204,7 @@ QVector<ListedFile> listFiles(const QString& dirPath)
 DirListing::DirListing(const QString& dirPath)
 {
     for (const ListedFile& file : listFiles(dirPath)) {
-        _entries.append({_names.size(), file.name.size(), file.isSymLink});
+        _entries.append({int(_names.size()), int(file.name.size()), file.isSymLink});
         _names.append(file.name);
     }
 }
