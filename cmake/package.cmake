@@ -1,8 +1,10 @@
 # Packages made by CPack from an install (./run.sh package):
 #   Linux:   two Debian packages, libvarnor.userlog1 (the shared library) and
 #            libvarnor.userlog-dev (headers, CMake package, pkg-config, qmake);
+#            built against Qt 6, libvarnor.userlog-qt6-1 and
+#            libvarnor.userlog-qt6-dev, which install beside them;
 #   Windows: an SDK zip of the MinGW build with the runtime DLLs it needs.
-set(CPACK_PACKAGE_NAME varnor-userlog)
+set(CPACK_PACKAGE_NAME varnor-userlog${userlog_suffix})
 set(CPACK_PACKAGE_VENDOR "Varnor")
 set(CPACK_PACKAGE_CONTACT "Varnor userlog team <userlog@varnor.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "user log library of the robot teach pendant")
@@ -12,7 +14,8 @@ set(CPACK_COMPONENTS_ALL runtime dev)
 
 if(WIN32)
     set(CPACK_GENERATOR ZIP)
-    set(CPACK_PACKAGE_FILE_NAME varnor-userlog-${PROJECT_VERSION}-windows-x64-mingw)
+    set(CPACK_PACKAGE_FILE_NAME
+        varnor-userlog${userlog_suffix}-${PROJECT_VERSION}-windows-x64-mingw)
     set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF) # one zip with both components
     # The MinGW runtime the DLL was linked against, from the compiler itself, without
     # the debug information Debian's copies carry (libstdc++-6.dll: 23 MB with it).
@@ -37,13 +40,26 @@ else()
     set(CPACK_DEBIAN_PACKAGE_SECTION libs)
     set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
     set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://varnor.invalid/userlog")
-    set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvarnor.userlog1)
+    # A library name that ends in a digit takes a hyphen before the soversion.
+    set(userlog_lib_name libvarnor.userlog${userlog_suffix})
+    if(userlog_suffix)
+        set(userlog_runtime_package ${userlog_lib_name}-${PROJECT_VERSION_MAJOR})
+    else()
+        set(userlog_runtime_package ${userlog_lib_name}${PROJECT_VERSION_MAJOR})
+    endif()
+    set(userlog_dev_package ${userlog_lib_name}-dev)
+    if(USERLOG_QT_MAJOR_VERSION STREQUAL "6")
+        set(userlog_qt_dev_package "qt6-base-dev (>= 6.4)")
+    else()
+        set(userlog_qt_dev_package "qtbase5-dev (>= 5.15)")
+    endif()
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${userlog_runtime_package})
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON) # Qt and C++ runtime, computed
     # The shlibs file and the ldconfig trigger that a shared library package
     # needs; CPack's own shlibs option calls ldconfig from maintainer scripts.
     file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
     file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs
-        "libvarnor.userlog ${PROJECT_VERSION_MAJOR} libvarnor.userlog1 (>= ${PROJECT_VERSION})\n")
+        "${userlog_lib_name} ${PROJECT_VERSION_MAJOR} ${userlog_runtime_package} (>= ${PROJECT_VERSION})\n")
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
         ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs)
     set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -51,14 +67,15 @@ else()
     set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "The host application of a robot teach pendant hands log entries, controller
 connection changes and bcc link reports to one class, UserLog. The library
 writes them as lines into the user log, dated print files and the bcc log,
-on a thread of its own.")
-    set(CPACK_DEBIAN_DEV_PACKAGE_NAME libvarnor.userlog-dev)
+on a thread of its own. Built against Qt ${USERLOG_QT_MAJOR_VERSION}.")
+    set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${userlog_dev_package})
     set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
     set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
-        "libvarnor.userlog1 (= ${PROJECT_VERSION}), qtbase5-dev (>= 5.15)")
-    set(CPACK_DEBIAN_DEV_DESCRIPTION "Headers and the files that link the library: a CMake package
-(find_package(VarnorUserLog), target Varnor::UserLog), a pkg-config file
-(varnor-userlog) and a qmake feature (CONFIG += varnor_userlog).")
+        "${userlog_runtime_package} (= ${PROJECT_VERSION}), ${userlog_qt_dev_package}")
+    set(CPACK_DEBIAN_DEV_DESCRIPTION "Headers and the files that link the library built against Qt ${USERLOG_QT_MAJOR_VERSION}:
+a CMake package (find_package(${userlog_package}), target Varnor::UserLog), a
+pkg-config file (${userlog_pkgconfig_module}) and a qmake feature
+(CONFIG += ${userlog_feature}).")
 
     # Each package's doc directory holds a copyright file and a compressed changelog
     # (changelog.gz: the version has no Debian revision, a native package).
@@ -67,7 +84,7 @@ on a thread of its own.")
     execute_process(COMMAND ${GZIP_EXECUTABLE} -9 -n -c
         ${CMAKE_CURRENT_SOURCE_DIR}/cmake/package/changelog
         OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz)
-    foreach(pair runtime:libvarnor.userlog1 dev:libvarnor.userlog-dev)
+    foreach(pair runtime:${userlog_runtime_package} dev:${userlog_dev_package})
         string(REPLACE ":" ";" pair ${pair})
         list(GET pair 0 component)
         list(GET pair 1 package)

@@ -232,9 +232,8 @@ private slots:
         const QString odd =
             "a"_s + QChar(0) + "b"_s + QChar(0xD800) + "c"_s + QChar(0xDC00) + "d"_s;
         w.entry(odd, 5);
-        const QTextCodec* codec = QTextCodec::codecForLocale(); // what the text stream writes in
-        QCOMPARE(readLines(w.userLog),
-                 QStringList{codec->toUnicode(codec->fromUnicode("-- T -- <B> <log> "_s + odd))});
+        // Unpaired surrogates come out as "?", as Qt 5's text stream writes them.
+        QCOMPARE(readLines(w.userLog), QStringList{"-- T -- <B> <log> a"_s + QChar(0) + "b?c?d"_s});
         QVERIFY(QFileInfo(w.printFile()).isFile() && readLines(w.printFile()).isEmpty());
         QVERIFY(fill(w.userLog) && fill(w.printFile()));
         w.writer.receiveUserLogs(QList<LogInformation>{

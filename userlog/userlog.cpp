@@ -56,6 +56,9 @@ UserLog::UserLog(QObject* parent) : QObject(parent)
     // before the first batch can be emitted.
     qRegisterMetaType<QList<LogInformation>>("QList<LogInformation>");
     qRegisterMetaType<QList<LogInformation>>("QList<LogInformation>&");
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0) // Qt 5 names the element with its list, Qt 6 lazily
+    qRegisterMetaType<LogInformation>();
+#endif
 
     connect(this, SIGNAL(sendUserLogs(QString, QString, QString, int)), _writer,
             SLOT(receiveUserLogs(QString, QString, QString, int)));

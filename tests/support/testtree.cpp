@@ -4,7 +4,6 @@
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSysInfo>
-#include <QtCore/QTextCodec>
 
 #ifdef Q_OS_WIN
 #include <windows.h>
@@ -83,8 +82,9 @@ QStringList readLines(const QString& path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    // Through the codec itself: the QByteArray overloads stop at a NUL.
-    QString text = QTextCodec::codecForLocale()->toUnicode(file.readAll());
+    // With its size: Qt 5's QByteArray overload stops at a NUL.
+    const QByteArray bytes = file.readAll();
+    QString text = QString::fromLocal8Bit(bytes.constData(), bytes.size());
     const QString lineEnd = QSysInfo::kernelType() == "winnt"_s ? "\r\n"_s : "\n"_s;
     if (text.endsWith(lineEnd))
         text.chop(lineEnd.size());

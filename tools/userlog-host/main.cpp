@@ -164,7 +164,11 @@ int runScenario(QFile& scenarioFile, const QString& source)
     UserLog* log = UserLog::logger();
     ScenarioRunner runner(log);
     QTextStream in(&scenarioFile);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 5 streams read the locale's codec by default
     in.setCodec("UTF-8");
+#else
+    in.setEncoding(QStringConverter::Utf8);
+#endif
     QString error;
     const bool ran = runner.run(in, source, error);
     // Everything before a bad line is on disk before the error is told.

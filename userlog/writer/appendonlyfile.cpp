@@ -120,9 +120,8 @@ bool AppendOnlyFile::open(const QString& path)
     }
     _path = path;
     _resumesAfterFailure = _failures && _failures->contains(path);
-    // As a new stream does: the locale's codec, no byte order mark.
-    _codec = QTextCodec::codecForLocale();
-    _state.emplace(QTextCodec::IgnoreHeader);
+    // As a new stream does: the locale's encoding, no byte order mark.
+    _encoder.emplace();
     return true;
 }
 
@@ -133,8 +132,7 @@ bool AppendOnlyFile::isOpen() const
 
 bool AppendOnlyFile::writeText(const QString& text, QByteArray* reason)
 {
-    const QByteArray bytes =
-        _codec ? _codec->fromUnicode(text.constData(), text.size(), &*_state) : text.toLatin1();
+    const QByteArray bytes = _encoder->encode(text.constData(), text.size());
     errno = 0;
     if (writeAll(_fd, bytes.constData(), bytes.size()) == bytes.size())
         return true;
@@ -175,8 +173,10 @@ bool AppendOnlyFile::isOpen() const
 
 bool AppendOnlyFile::writeText(const QString& text, QByteArray* reason)
 {
-    if (!_stream)
+    if (!_stream) {
         _stream = std::make_unique<QTextStream>(_file.get());
+        localeencoding::useLocaleEncoding(*_stream);
+    }
     *_stream << text;
     _stream->flush();
     if (_stream->status() == QTextStream::Ok)

@@ -4,7 +4,8 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QSet>
 #include <QtCore/QString>
-#include <QtCore/QTextCodec>
+
+#include "localeencoding.h"
 
 #include <memory>
 #include <optional>
@@ -65,8 +66,7 @@ private:
     bool _writeFailed = false;
 #ifdef Q_OS_UNIX
     int _fd = -1;
-    QTextCodec* _codec = nullptr;
-    std::optional<QTextCodec::ConverterState> _state;
+    std::optional<localeencoding::Encoder> _encoder;
 #else
     std::unique_ptr<QTextStream> _stream;
 #endif

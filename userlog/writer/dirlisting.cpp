@@ -1,5 +1,6 @@
 #include "dirlisting.h"
 
+#include "localeencoding.h"
 #include "logformat.h"
 
 #include <QtCore/QDebug>
@@ -7,7 +8,6 @@
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QTextCodec>
 
 #include <cstring>
 
@@ -131,9 +131,7 @@ template <typename Visit> void forEachEntry(const QByteArray& dirPath, Visit vis
 // of a name's listing.
 bool asciiNamesAreLatin1()
 {
-    constexpr int utf8Mib = 106;
-    const QTextCodec* codec = QTextCodec::codecForLocale();
-    return codec == nullptr || codec->mibEnum() == utf8Mib;
+    return localeencoding::decodesAsciiAsLatin1();
 }
 
 // Eight bytes at a time: a byte-wise test costs as much as the decoding it saves.
