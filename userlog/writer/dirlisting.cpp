@@ -176,14 +176,14 @@ DirListing::DirListing(const QString& dirPath)
         if (!kind.listed)
             return;
         const int size = int(std::strlen(name));
-        const int offset = _names.size();
+        const int offset = int(_names.size());
         if (asciiIsLatin1 && isAscii(name, size))
             _names.append(QLatin1String(name, size));
         else if (decodeName(name, size, &decoded))
             _names.append(decoded);
         else
             return;
-        _entries.append({offset, _names.size() - offset, kind.isSymLink});
+        _entries.append({offset, int(_names.size()) - offset, kind.isSymLink});
     });
 }
 
