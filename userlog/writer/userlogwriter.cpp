@@ -2,6 +2,7 @@
 
 #include "../backlog.h"
 #include "appendonlyfile.h"
+#include "localeencoding.h"
 #include "logfiles.h"
 #include "logformat.h"
 
@@ -18,8 +19,8 @@ namespace {
 
 QString customLogName(const QSettings& settings)
 {
-    return settings.value(QStringLiteral("CUSTOM_LOG_NAME"), QStringLiteral("user_print_file"))
-        .toString();
+    return localeencoding::iniString(settings, QStringLiteral("CUSTOM_LOG_NAME"),
+                                     QStringLiteral("user_print_file"));
 }
 
 // A settings object of its own per read, so an edit of the file takes effect
