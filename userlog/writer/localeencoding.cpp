@@ -1,15 +1,24 @@
 #include "localeencoding.h"
 
+#include <QtCore/QFile>
+#include <QtCore/QSettings>
 #include <QtCore/QTextStream>
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
+
+#ifdef Q_OS_LINUX
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace localeencoding {
 
 namespace {
 
-bool isAscii(const char* text, int size)
+bool isAscii(const char* text, qsizetype size)
 {
     return std::all_of(text, text + size, [](char c) { return (c & 0x80) == 0; });
 }
@@ -47,6 +56,11 @@ bool isDecodableName(const char* name, int size)
     QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
     codec->toUnicode(name, size, &state);
     return state.invalidChars == 0 && state.remainingChars == 0;
+}
+
+QString iniString(const QSettings& settings, const QString& key, const QString& fallback)
+{
+    return settings.value(key, fallback).toString();
 }
 
 bool decodesAsciiAsLatin1()
@@ -99,8 +113,40 @@ bool isDecodableName(const char* name, int size)
     if (isAscii(name, size))
         return true;
     QStringDecoder decoder(QStringConverter::System, QStringConverter::Flag::Stateless);
-    decoder.decode(QByteArrayView(name, size));
+    // The decoding runs when its result is taken.
+    const QString decoded = decoder.decode(QByteArrayView(name, size));
     return !decoder.hasError();
+}
+
+// A file with bytes past ASCII is handed to QSettings once more, re-encoded from
+// Latin-1 to UTF-8, from memory: Qt 6 reads that as Qt 5 reads the original.
+QString iniString(const QSettings& settings, const QString& key, const QString& fallback)
+{
+#ifdef Q_OS_LINUX
+    QFile file(settings.fileName());
+    const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (isAscii(bytes.constData(), bytes.size()))
+        return settings.value(key, fallback).toString();
+    const QByteArray asQt5Reads = QString::fromLatin1(bytes).toUtf8();
+    const int fd = ::memfd_create("custom.ini", MFD_CLOEXEC);
+    if (fd < 0)
+        return settings.value(key, fallback).toString();
+    // QSettings keeps what it read of a path while its size and time stay: a
+    // time of its own per read.
+    static std::atomic<int> reads{0};
+    const timespec stamp{reads++, 0}, times[2]{stamp, stamp};
+    QString value = fallback;
+    if (::write(fd, asQt5Reads.constData(), size_t(asQt5Reads.size())) == asQt5Reads.size() &&
+        ::futimens(fd, times) == 0) {
+        const QSettings reencoded(QStringLiteral("/proc/self/fd/") + QString::number(fd),
+                                  QSettings::IniFormat);
+        value = reencoded.value(key, fallback).toString();
+    }
+    ::close(fd);
+    return value;
+#else
+    return settings.value(key, fallback).toString();
+#endif
 }
 
 bool decodesAsciiAsLatin1()

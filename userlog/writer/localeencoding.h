@@ -4,6 +4,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
+class QSettings;
 class QTextStream;
 
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // QTextCodec left QtCore with Qt 6
@@ -44,6 +45,10 @@ void useLocaleEncoding(QTextStream& stream);
 // locale's codec decodes it without an invalid or incomplete sequence (under a
 // UTF-8 locale: valid UTF-8; a leading byte order mark is kept as text).
 bool isDecodableName(const char* name, int size);
+
+// The string under key in an INI file's settings, read as Qt 5 reads it: the
+// file's bytes outside escapes as Latin-1, where Qt 6 reads them as UTF-8.
+QString iniString(const QSettings& settings, const QString& key, const QString& fallback);
 
 // Whether QFile::decodeName reads an ASCII name as its bytes read as Latin-1.
 bool decodesAsciiAsLatin1();

@@ -4,6 +4,7 @@
 #include "appendonlyfile.h"
 #include "datedlog.h"
 #include "indexedlog.h"
+#include "localeencoding.h"
 #include "logformat.h"
 
 #include <QtCore/QMutexLocker>
@@ -19,8 +20,8 @@ namespace {
 
 QString customLogName(const QSettings& settings)
 {
-    return settings.value(QStringLiteral("CUSTOM_LOG_NAME"), QStringLiteral("user_print_file"))
-        .toString();
+    return localeencoding::iniString(settings, QStringLiteral("CUSTOM_LOG_NAME"),
+                                     QStringLiteral("user_print_file"));
 }
 
 // A settings object of its own per read, so an edit of the file takes effect

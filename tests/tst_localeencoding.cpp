@@ -1,0 +1,177 @@
+// The locale's encoding as the writer applies it: the bytes of log text and the
+// names a directory listing keeps, written out as Qt 5 gives them under a UTF-8
+// locale, so that a Qt 6 build is held to the same rows. Where the build's Qt is
+// Qt 5, its QTextStream and its QDir are checked against the rows too.
+#include "testtree.h"
+#include "userlog/writer/localeencoding.h"
+
+#include <QtCore/QBuffer>
+#include <QtCore/QDirIterator>
+#include <QtCore/QSettings>
+#include <QtCore/QTextStream>
+#include <QtTest/QtTest>
+
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+bool localeIsUtf8()
+{
+    return QString(QChar(0xE9)).toLocal8Bit() == "\xc3\xa9";
+}
+
+} // namespace
+
+class TestLocaleEncoding : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        if (!localeIsUtf8())
+            QSKIP("the rows hold UTF-8 locale bytes; this locale's encoding is another");
+    }
+
+    // Each text is handed to one encoder in turn, as a stream flushes its writes.
+    void encoder_data()
+    {
+        QTest::addColumn<QStringList>("texts");
+        QTest::addColumn<QByteArray>("bytes");
+        const QChar high(0xD83D), low(0xDE00);
+        QTest::newRow("non-ASCII text as UTF-8, no byte order mark")
+            << QStringList{"caf\u00e9 \u20ac"_s} << QByteArray("caf\xc3\xa9 \xe2\x82\xac");
+        QTest::newRow("a NUL is written")
+            << QStringList{"a"_s + QChar(0) + "b"_s} << QByteArray("a\0b", 3);
+        QTest::newRow("a surrogate pair as one character")
+            << QStringList{"a"_s + high + low} << QByteArray("a\xf0\x9f\x98\x80");
+        QTest::newRow("an unpaired high surrogate becomes ?")
+            << QStringList{"a"_s + high + "b"_s} << QByteArray("a?b");
+        QTest::newRow("an unpaired low surrogate becomes ?")
+            << QStringList{"a"_s + low + "b"_s} << QByteArray("a?b");
+        QTest::newRow("two high surrogates in a row become ??")
+            << QStringList{QString(high) + high + "x"_s} << QByteArray("??x");
+        QTest::newRow("a pair split between two writes comes out whole")
+            << QStringList{"a"_s + high, QString(low) + "b"_s}
+            << QByteArray("a\xf0\x9f\x98\x80"
+                          "b");
+        QTest::newRow("a high surrogate ending a write, then a line end: ?")
+            << QStringList{"a"_s + high, "\n"_s} << QByteArray("a?\n");
+        QTest::newRow("a high surrogate ending the last write is not written")
+            << QStringList{"a"_s + high} << QByteArray("a");
+    }
+
+    void encoder()
+    {
+        QFETCH(QStringList, texts);
+        QFETCH(QByteArray, bytes);
+        localeencoding::Encoder encoder;
+        QByteArray written;
+        for (const QString& text : texts)
+            written += encoder.encode(text.constData(), int(text.size()));
+        QCOMPARE(written, bytes);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 5's own stream is the oracle of these rows
+        QByteArray streamed;
+        QBuffer buffer(&streamed);
+        QVERIFY(buffer.open(QIODevice::WriteOnly));
+        QTextStream stream(&buffer);
+        for (const QString& text : texts)
+            (stream << text).flush();
+        QCOMPARE(streamed, bytes);
+#endif
+    }
+
+    void decodableNames_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("ASCII") << QByteArray("user_log_file_1.txt") << true;
+        QTest::newRow("valid UTF-8") << QByteArray("caf\xc3\xa9_1.txt") << true;
+        QTest::newRow("a non-ASCII first byte") << QByteArray("\xc3\xa9_1.txt") << true;
+        QTest::newRow("four-byte UTF-8") << QByteArray("\xf0\x9f\x98\x80.txt") << true;
+        QTest::newRow("a noncharacter is valid") << QByteArray("\xef\xbf\xbe.txt") << true;
+        QTest::newRow("a leading byte order mark is kept")
+            << QByteArray("\xef\xbb\xbfu_1.txt") << true;
+        QTest::newRow("a Latin-1 byte") << QByteArray("x\xff_500.txt") << false;
+        QTest::newRow("a lone continuation byte") << QByteArray("\x80_1.txt") << false;
+        QTest::newRow("a truncated sequence at the end") << QByteArray("u_1.txt\xe2\x82") << false;
+        QTest::newRow("an overlong encoding") << QByteArray("\xc0\xaf_1.txt") << false;
+        QTest::newRow("an encoded surrogate") << QByteArray("\xed\xa0\x80_1.txt") << false;
+        QTest::newRow("past U+10FFFF") << QByteArray("\xf4\x90\x80\x80_1.txt") << false;
+    }
+
+    void decodableNames()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(bool, kept);
+        QCOMPARE(localeencoding::isDecodableName(name.constData(), int(name.size())), kept);
+#ifdef Q_OS_UNIX
+        // QDir of the build's own Qt agrees (Qt 6.4 does here, as Qt 5 does).
+        TestTree tree;
+        QVERIFY(tree.isValid());
+        const QByteArray path = QFile::encodeName(tree.root()) + '/' + name;
+        const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+        QVERIFY(fd >= 0);
+        ::close(fd);
+        QDirIterator it(tree.root(), QDir::Files);
+        QStringList listed;
+        while (it.hasNext())
+            listed << it.next();
+        ::unlink(path.constData()); // QTemporaryDir cannot remove what QDir does not list
+        QCOMPARE(listed.size(), kept ? 1 : 0);
+#endif
+    }
+
+    // The settings file's bytes as Qt 5's QSettings reads them.
+    void iniString_data()
+    {
+        QTest::addColumn<QByteArray>("ini");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("ASCII") << QByteArray("CUSTOM_LOG_NAME=cell_1\n") << "cell_1"_s;
+        QTest::newRow("escapes") << QByteArray("CUSTOM_LOG_NAME=caf\\xe9\\x4e2d\n")
+                                 << "caf\u00e9\u4e2d"_s;
+        QTest::newRow("raw UTF-8 bytes read one by one as Latin-1")
+            << QByteArray("[General]\nCUSTOM_LOG_NAME=caf\xc3\xa9\n") << "caf\u00c3\u00a9"_s;
+        QTest::newRow("a raw Latin-1 byte")
+            << QByteArray("CUSTOM_LOG_NAME=caf\xe9\n") << "caf\u00e9"_s;
+        QTest::newRow("a byte order mark belongs to the first key")
+            << QByteArray("\xef\xbb\xbf"
+                          "CUSTOM_LOG_NAME=x\n")
+            << "fallback"_s;
+        QTest::newRow("a quoted value with raw bytes")
+            << QByteArray("CUSTOM_LOG_NAME=\"a\xe9, b\"\n") << "a\u00e9, b"_s;
+    }
+
+    void iniString()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(QString, value);
+        TestTree tree;
+        QFile file(tree.path("custom.ini"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(ini) == ini.size());
+        file.close();
+        const QSettings settings(file.fileName(), QSettings::IniFormat);
+        QCOMPARE(localeencoding::iniString(settings, "CUSTOM_LOG_NAME"_s, "fallback"_s), value);
+    }
+
+    // Files of one size read one after the other each give their own value.
+    void iniStringReadsEveryFileAfresh()
+    {
+        TestTree tree;
+        for (const char last : {'a', 'b', 'c'}) {
+            QFile file(tree.path("custom_%1.ini"_s.arg(QLatin1Char(last))));
+            QVERIFY(file.open(QIODevice::WriteOnly) &&
+                    file.write(QByteArray("CUSTOM_LOG_NAME=\xe9") + last) > 0);
+            file.close();
+            const QSettings settings(file.fileName(), QSettings::IniFormat);
+            QCOMPARE(localeencoding::iniString(settings, "CUSTOM_LOG_NAME"_s, QString()),
+                     QString(QChar(0xE9)) + QLatin1Char(last));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLocaleEncoding)
+#include "tst_localeencoding.moc"
