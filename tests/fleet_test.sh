@@ -154,10 +154,9 @@ wait "$host_pid" || fail "userlog-host failed: $(cat cellA.host)"
 wait_for "cell A caught up after the shipper's restart" caught_up cellA
 read -r files identical lines lost duplicated < <(compare cellA)
 say "cell A: $files files, $lines lines, $lost lost, $duplicated duplicated, $identical identical"
-# A duplicate can come only from the lines sent between the collector's
-# acknowledgement and the saved read offset: at most one batch (1024 lines).
-[ "$duplicated" -le 1024 ] || fail "$duplicated duplicated lines, more than one batch"
-[ "$duplicated" -gt 0 ] || [ "$identical" -eq "$files" ] || fail "files differ without duplicates"
+# The shipper goes back 256 lines in every file when it starts; the collector
+# drops what it already holds, so nothing is lost and nothing doubled.
+[ "$identical" -eq "$files" ] || fail "after a shipper kill every file must be identical"
 
 say "cell B: a file deleted (as retention does) while the shipper reads it"
 mkdir -p devices/cellB/log/online
