@@ -86,6 +86,9 @@ start_shipper() {
 say "devices start before their collector: ${names[*]} write, their shippers wait"
 host_pids=()
 for name in "${names[@]}"; do
+    # A second apart: lnav takes a file's first line as its identity, and devices
+    # started in the same second would hide each other's files in one view.
+    [ ${#host_pids[@]} -eq 0 ] || sleep 1.1
     start_shipper "$name"
     "$host_program" --root "devices/$name" --custom-log-name "${name}_print" shift.scenario \
         >"host-$name.log" 2>&1 &
