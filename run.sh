@@ -14,6 +14,8 @@
 #                      ~/.cache/varnor-userlog (cmake/qt-mingw.sh)
 #   ./run.sh package   the Debian packages (build-package/) and the Windows SDK zip
 #                      (build-windows-package/), each linked by consumers (tests/packages.sh)
+#   ./run.sh fleet [N] one collector and N devices (default 3) shipping their logs over
+#                      RELP/TLS under faults, compared file by file (build-fleet/)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -34,6 +36,7 @@ apt_install() {
 }
 
 base_packages=(build-essential cmake qtbase5-dev qtbase5-dev-tools)
+fleet_packages=(rsyslog rsyslog-relp openssl)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 configure_and_build() {
@@ -66,18 +69,20 @@ view_tree() {
         echo "no demo tree yet: run ./run.sh demo first, or name a tree: $0 view ROOT" >&2
         exit 2
     fi
+    # A device's tree (ROOT/log/DIR/FILE) or a collector's (CENTRAL/DEVICE/DIR/FILE).
+    local glob="$root/log/*/*"
     if [ ! -d "$root/log" ]; then
-        echo "$root has no log/ directory" >&2
-        exit 2
+        compgen -G "$root/*/*/*" >/dev/null || { echo "$root has no log/ directory" >&2; exit 2; }
+        glob="$root/*/*/*"
     fi
     apt_install lnav
     lnav_home=$(mktemp -d "${TMPDIR:-/tmp}/userlog-lnav-XXXXXX")
     trap 'rm -rf "$lnav_home"' EXIT
     mkdir -p "$lnav_home/.lnav/formats/varnor_userlog"
     cp tools/lnav/varnor_userlog.json "$lnav_home/.lnav/formats/varnor_userlog/"
-    say "opening '$root/log/*/*' in lnav (format tools/lnav/varnor_userlog.json, lnav home $lnav_home)"
+    say "opening '$glob' in lnav (format tools/lnav/varnor_userlog.json, lnav home $lnav_home)"
     # One quoted glob: lnav expands it itself and loads every file of the tree.
-    HOME=$lnav_home TMPDIR=$lnav_home lnav "$@" "$root/log/*/*"
+    HOME=$lnav_home TMPDIR=$lnav_home lnav "$@" "$glob"
 }
 
 # The Windows name of a host path: Wine maps the host's / to Z:.
@@ -139,8 +144,8 @@ demo)
     exec ./tools/demo.sh build
     ;;
 test)
-    # lnav for tst_lnav, which checks the format in tools/lnav.
-    apt_install "${base_packages[@]}" lnav
+    # lnav for tst_lnav, which checks the format in tools/lnav; rsyslog for the fleet test.
+    apt_install "${base_packages[@]}" lnav "${fleet_packages[@]}"
     configure_and_build build
     run_tests build
     ;;
@@ -189,6 +194,7 @@ package)
     configure_and_build build-package -DCMAKE_INSTALL_PREFIX=/usr "${package_options[@]}"
     rm -f build-package/*.deb
     (cd build-package && cpack >/dev/null)
+    ./tools/fleet/make-deb.sh build-package # architecture-independent, no build needed
     say "lintian"
     lintian --fail-on error build-package/*.deb
     build_windows build-windows-package "${package_options[@]}"
@@ -200,8 +206,13 @@ package)
     say "packages:"
     ls -1 "$PWD"/build-package/*.deb "$PWD"/build-windows-package/*.zip
     ;;
+fleet)
+    apt_install "${base_packages[@]}" "${fleet_packages[@]}"
+    configure_and_build build
+    exec ./tools/fleet/demo-fleet.sh build "${2:-3}" build-fleet
+    ;;
 *)
-    echo "usage: $0 demo|test|sanitize|bench|view|windows|package" >&2
+    echo "usage: $0 demo|test|sanitize|bench|view|windows|package|fleet" >&2
     exit 2
     ;;
 esac
