@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # One entry point for building, testing and demonstrating the library.
 #   ./run.sh demo      build, then run the example host scenario and show its files
-#   ./run.sh test      build, then run every test with CTest
+#   ./run.sh test      build against Qt 5 (build/) and Qt 6 (build-qt6/), then run every
+#                      test of both with CTest
 #   ./run.sh sanitize  the same tests under AddressSanitizer + UBSan (build-asan/)
 #   ./run.sh sanitize thread   the same tests under ThreadSanitizer (build-tsan/)
-#   ./run.sh bench     build and run the benchmarks (build-bench/)
+#   ./run.sh bench [5|6]   build and run the benchmarks against Qt 5 (build-bench/, the
+#                      default) or Qt 6 (build-bench-qt6/)
 #   ./run.sh view [ROOT] [LNAV_OPTION...]
 #                      read a log tree (default: the last demo's) as one timeline in lnav,
 #                      with tools/lnav's format and a throwaway lnav home
@@ -12,8 +14,9 @@
 #   ./run.sh windows   cross-build for Windows x64 (build-windows/) and run the tests
 #                      under Wine; the first run also builds Qt for Windows, kept in
 #                      ~/.cache/varnor-userlog (cmake/qt-mingw.sh)
-#   ./run.sh package   the Debian packages (build-package/) and the Windows SDK zip
-#                      (build-windows-package/), each linked by consumers (tests/packages.sh)
+#   ./run.sh package   the Debian packages of both Qt builds (build-package/,
+#                      build-package-qt6/), the fleet package (build-package-fleet/) and the
+#                      Windows SDK zip (build-windows-package/, Qt 5), each linked by consumers
 #   ./run.sh fleet [N] one collector and N devices (default 3) shipping their logs over
 #                      RELP/TLS under faults, compared file by file (build-fleet/)
 set -euo pipefail
@@ -37,6 +40,8 @@ apt_install() {
 
 base_packages=(build-essential cmake qtbase5-dev qtbase5-dev-tools)
 fleet_packages=(rsyslog rsyslog-relp openssl)
+# Debian 12's Qt 6.4: Core, Network and Test, the tools and qmake6.
+qt6_packages=(qt6-base-dev)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 configure_and_build() {
@@ -145,9 +150,13 @@ demo)
     ;;
 test)
     # lnav for tst_lnav, which checks the format in tools/lnav; rsyslog for the fleet test.
-    apt_install "${base_packages[@]}" lnav "${fleet_packages[@]}"
+    apt_install "${base_packages[@]}" "${qt6_packages[@]}" lnav "${fleet_packages[@]}"
     configure_and_build build
+    # tst_parity replays scenarios through both builds' hosts.
+    configure_and_build build-qt6 -DUSERLOG_QT_MAJOR_VERSION=6 \
+        -DUSERLOG_OTHER_HOST="$PWD/build/tools/userlog-host"
     run_tests build
+    run_tests build-qt6
     ;;
 sanitize)
     apt_install "${base_packages[@]}"
@@ -166,10 +175,18 @@ sanitize)
         run_tests build-asan
     ;;
 bench)
-    apt_install "${base_packages[@]}" libspdlog-dev strace
-    configure_and_build build-bench -DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_BENCH=ON \
-        -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF
-    exec ./bench/run_bench.sh build-bench
+    case "${2:-5}" in
+    5) bench_dir=build-bench bench_packages=() ;;
+    6) bench_dir=build-bench-qt6 bench_packages=("${qt6_packages[@]}") ;;
+    *)
+        echo "usage: $0 bench [5|6]" >&2
+        exit 2
+        ;;
+    esac
+    apt_install "${base_packages[@]}" "${bench_packages[@]}" libspdlog-dev strace
+    configure_and_build "$bench_dir" -DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_BENCH=ON \
+        -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF -DUSERLOG_QT_MAJOR_VERSION="${2:-5}"
+    exec ./bench/run_bench.sh "$bench_dir"
     ;;
 view)
     shift
@@ -189,22 +206,32 @@ windows)
     ctest --test-dir build-windows --output-on-failure -j "$jobs" --timeout 300
     ;;
 package)
-    apt_install "${base_packages[@]}" dpkg-dev file gzip lintian pkg-config qt5-qmake unzip
+    apt_install "${base_packages[@]}" "${qt6_packages[@]}" dpkg-dev file gzip lintian pkg-config \
+        qt5-qmake unzip
     package_options=(-DCMAKE_BUILD_TYPE=Release -DUSERLOG_BUILD_TESTS=OFF -DUSERLOG_BUILD_TOOLS=OFF)
-    configure_and_build build-package -DCMAKE_INSTALL_PREFIX=/usr "${package_options[@]}"
-    rm -f build-package/*.deb
-    (cd build-package && cpack >/dev/null)
-    ./tools/fleet/make-deb.sh build-package # architecture-independent, no build needed
-    say "lintian"
-    lintian --fail-on error build-package/*.deb
+    for qt in 5 6; do
+        dir=build-package
+        [ $qt = 5 ] || dir=build-package-qt$qt
+        configure_and_build $dir -DCMAKE_INSTALL_PREFIX=/usr -DUSERLOG_QT_MAJOR_VERSION=$qt \
+            "${package_options[@]}"
+        rm -f $dir/*.deb
+        (cd $dir && cpack >/dev/null)
+        say "lintian $dir"
+        lintian --fail-on error $dir/*.deb
+    done
+    mkdir -p build-package-fleet
+    ./tools/fleet/make-deb.sh build-package-fleet # architecture-independent, no build needed
+    say "lintian build-package-fleet"
+    lintian --fail-on error build-package-fleet/*.deb
     build_windows build-windows-package "${package_options[@]}"
     rm -f build-windows-package/*.zip
     (cd build-windows-package && cpack >/dev/null)
     wine_env build-windows-package
-    ./tests/packages.sh build-package build-windows-package/*.zip \
+    ./tests/packages.sh build-package build-package-qt6 build-windows-package/*.zip \
         "$PWD/cmake/mingw-w64-x86_64.cmake" "$PWD/build-windows-package/qt"
     say "packages:"
-    ls -1 "$PWD"/build-package/*.deb "$PWD"/build-windows-package/*.zip
+    ls -1 "$PWD"/build-package/*.deb "$PWD"/build-package-qt6/*.deb "$PWD"/build-package-fleet/*.deb \
+        "$PWD"/build-windows-package/*.zip
     ;;
 fleet)
     apt_install "${base_packages[@]}" "${fleet_packages[@]}"

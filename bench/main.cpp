@@ -116,11 +116,12 @@ Row memoryRow(bool batch)
 void printTable(const std::vector<Row>& rows)
 {
     std::printf(
-        "\nCost in userlog beside the same cost in a peer; ratio = userlog / peer (for the\n"
+        "\nMeasured with Qt %s.\n"
+        "Cost in userlog beside the same cost in a peer; ratio = userlog / peer (for the\n"
         "writer, the median of the per-round ratios). Host: one call on the calling\n"
         "thread. Writer: per entry, until on disk. Memory: per entry waiting in the queue.\n"
         "%-62s %13s %13s %8s\n",
-        "", "userlog", "peer", "ratio");
+        qVersion(), "", "userlog", "peer", "ratio");
     for (const Row& r : rows)
         std::printf("%-62s %10.2f %-2s %10.2f %-2s %7.2fx\n", r.what.c_str(), r.ours,
                     r.unit.c_str(), r.peer, r.unit.c_str(), r.ratio);

@@ -7,7 +7,8 @@
 set(CPACK_PACKAGE_NAME varnor-userlog${userlog_suffix})
 set(CPACK_PACKAGE_VENDOR "Varnor")
 set(CPACK_PACKAGE_CONTACT "Varnor userlog team <userlog@varnor.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "user log library of the robot teach pendant")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
+    "user log library of the robot teach pendant, Qt ${USERLOG_QT_MAJOR_VERSION} build")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_STRIP_FILES ON) # no debug information in what is shipped
 set(CPACK_COMPONENTS_ALL runtime dev)
