@@ -115,7 +115,7 @@ void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& b
     const int formCount = 13;
 #else
     const QString linkSuffix;
-    const int formCount = 18;
+    const int formCount = 19;
 #endif
     QDir().mkpath(dir);
     for (; count > 0; --count) {
@@ -132,15 +132,17 @@ void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& b
                                  ".hidden_"_s + i + ".txt"_s, "n\u00e4me_"_s + i + '/',
                                  "link_"_s + i + ".txt"_s + linkSuffix,
                                  // Unix only, made by makeUnixEntry:
-                                 "\u00ff"_s + named, "x\u00ff_"_s + i + tail, named, named, named};
+                                 "\u00ff"_s + named, "x\u00ff_"_s + i + tail,
+                                 "\u00ef\u00bb\u00bf"_s + named, // a byte order mark: decodes
+                                 named, named, named};
         const int form = rng.bounded(2) == 0 ? 0 : rng.bounded(formCount);
         const QString path = dir + '/' + forms[form];
         const qint64 sizes[] = {oneMiB - 1, oneMiB, oneMiB + 1, 4096};
 #ifndef Q_OS_WIN
         if (form >= 13) {
             const TestFile::Kind kinds[] = {TestFile::Undecodable, TestFile::Undecodable,
-                                            TestFile::LinkToDevNull, TestFile::Fifo,
-                                            TestFile::LinkToFifo};
+                                            TestFile::Undecodable, TestFile::LinkToDevNull,
+                                            TestFile::Fifo,        TestFile::LinkToFifo};
             if (!QFileInfo(path).isSymLink() && !QFileInfo::exists(path))
                 makeUnixEntry(dir, forms[form], kinds[form - 13]);
             continue;
@@ -240,7 +242,9 @@ QString checkRandomDirectory(quint32 seed, bool dated)
     // The native listing and its portable fallback list what QDir::Files lists.
     if (listedNames(listFiles(dir)) != qdirNames(dir) ||
         listedNames(listFilesPortable(dir)) != qdirNames(dir))
-        return "listings differ: "_s + listedNames(listFiles(dir)).join(' ');
+        return "listings differ: "_s + listedNames(listFiles(dir)).join(' ') + " / QDir: "_s +
+               qdirNames(dir).join(' ') + " / portable: "_s +
+               listedNames(listFilesPortable(dir)).join(' ');
     const QStringList before = fileNames(dir);
     const QDate day = QDate::currentDate();
     QStringList expectedGone, gone;

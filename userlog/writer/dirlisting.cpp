@@ -154,9 +154,10 @@ bool isAscii(const char* text, int size)
 // decoded name the file could be neither opened nor deleted.
 bool decodeName(const char* name, int size, QString* decoded)
 {
-    const QByteArray bytes = QByteArray::fromRawData(name, size);
-    *decoded = QFile::decodeName(bytes);
-    return QFile::encodeName(*decoded) == bytes;
+    if (!localeencoding::isDecodableName(name, size))
+        return false;
+    *decoded = localeencoding::decodeListedName(name, size);
+    return true;
 }
 
 } // namespace

@@ -63,6 +63,15 @@ QString iniString(const QSettings& settings, const QString& key, const QString& 
     return settings.value(key, fallback).toString();
 }
 
+QString decodeListedName(const char* name, int size)
+{
+    const QTextCodec* codec = QTextCodec::codecForLocale();
+    if (codec == nullptr)
+        return QString::fromLatin1(name, size);
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    return codec->toUnicode(name, size, &state);
+}
+
 bool decodesAsciiAsLatin1()
 {
     const QTextCodec* codec = QTextCodec::codecForLocale();
@@ -147,6 +156,13 @@ QString iniString(const QSettings& settings, const QString& key, const QString& 
 #else
     return settings.value(key, fallback).toString();
 #endif
+}
+
+QString decodeListedName(const char* name, int size)
+{
+    QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless |
+                                                       QStringConverter::Flag::ConvertInitialBom);
+    return decoder.decode(QByteArrayView(name, size));
 }
 
 bool decodesAsciiAsLatin1()

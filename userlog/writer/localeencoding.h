@@ -50,6 +50,10 @@ bool isDecodableName(const char* name, int size);
 // file's bytes outside escapes as Latin-1, where Qt 6 reads them as UTF-8.
 QString iniString(const QSettings& settings, const QString& key, const QString& fallback);
 
+// A name read from a directory as QDir gives it: a leading byte order mark is
+// kept as text, where QFile::decodeName drops it.
+QString decodeListedName(const char* name, int size);
+
 // Whether QFile::decodeName reads an ASCII name as its bytes read as Latin-1.
 bool decodesAsciiAsLatin1();
 
