@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # qt-mingw.sh DEST: makes DEST a Qt for Windows x64 (Core, Network, Test), built
 # with MinGW-w64's posix-thread compilers. Debian ships no such Qt, so the first
-# run cross-builds Debian's own qtbase source (about 10 minutes on two cores) and
-# keeps the installed prefix as a tarball in the cache; later runs only unpack it.
+# run cross-builds Debian's own qtbase source (the README's Windows section says how
+# long) and keeps the installed prefix as a tarball in the cache; later runs only
+# unpack it.
 #   cache: ${USERLOG_CACHE:-~/.cache/varnor-userlog}, rebuilt when missing
 set -euo pipefail
+. "$(dirname "$0")/../tools/common.sh"
 
 dest=$1
 qt_version=5.15.8
@@ -19,8 +21,6 @@ qt_options=(-xplatform win32-g++ -device-option "CROSS_COMPILE=$cross"
     -no-feature-sql -no-feature-concurrent -no-feature-xml -no-feature-bearermanagement
     -no-compile-examples)
 
-say() { printf '==> %s\n' "$*"; }
-
 # Debian's compiler calls itself "12-posix"; the thread model is in the name already.
 gcc_version=$(${cross}gcc-posix -dumpfullversion)
 gcc_version=${gcc_version%-posix}
@@ -31,14 +31,6 @@ tarball=$cache/$name.tar.gz
 if [ -f "$dest/.qt-build" ] && [ "$(cat "$dest/.qt-build")" = "$name" ]; then
     exit 0
 fi
-
-as_root() {
-    if [ "$(id -u)" -eq 0 ]; then
-        env DEBIAN_FRONTEND=noninteractive "$@"
-    else
-        sudo env DEBIAN_FRONTEND=noninteractive "$@"
-    fi
-}
 
 # Fetches Debian's qtbase source package into the current directory through a
 # deb-src entry that exists only for the download, so the system's sources end

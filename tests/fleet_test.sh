@@ -7,6 +7,7 @@
 set -euo pipefail
 host_program=$(readlink -f "$1")
 fleet=$(cd "$(dirname "$0")/../tools/fleet" && pwd)
+. "$fleet/../common.sh"
 
 skip() {
     echo "SKIP: $*"
@@ -29,33 +30,10 @@ cleanup() {
 }
 trap cleanup EXIT
 cd "$tmp"
-say() { printf '==> %s\n' "$*"; }
 fail() {
     echo "FAIL: $*"
     exit 1
 }
-
-# Polls COMMAND until it succeeds; gives up after about five minutes.
-wait_for() {
-    local what=$1 i
-    shift
-    for ((i = 0; i < 6000; i++)); do
-        "$@" && return 0
-        sleep 0.05
-    done
-    fail "waited too long for $what"
-}
-
-# A port nobody listens on: rsyslogd binds it, and wait_for sees it listening.
-free_port() {
-    local port
-    while :; do
-        port=$((20000 + RANDOM % 30000))
-        (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
-    done
-    echo "$port"
-}
-listening() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
 say "certificates for the collector (localhost), the devices and a rogue device"
 "$fleet/fleet-certs" certs localhost cellA cellB cellX-rogue
@@ -69,7 +47,7 @@ start_collector() {
         $(tls localhost) 2>>collector.err &
     collector_pid=$!
     pids+=("$collector_pid")
-    wait_for "the collector on port $port" listening "$port"
+    wait_for 300 "the collector on port $port" listening "$port"
 }
 declare -A shipper_pid
 start_shipper() {
@@ -113,28 +91,28 @@ start_shipper cellA
     >cellA.host 2>&1 &
 host_pid=$!
 pids+=("$host_pid")
-wait_for "cell A's first lines written" test -d devices/cellA/log/online
+wait_for 300 "cell A's first lines written" test -d devices/cellA/log/online
 
 say "collector up after the device: the lines written meanwhile arrive"
 start_collector
-wait_for "cell A's first lines on the collector" more_lines_than cellA 0
+wait_for 300 "cell A's first lines on the collector" more_lines_than cellA 0
 
 say "collector killed (SIGKILL) while lines flow, back after 1 s"
 kill_hard "$collector_pid"
 before=$(central_lines cellA)
 sleep 1 # the outage itself
 start_collector
-wait_for "shipping to resume after the collector's restart" more_lines_than cellA "$before"
+wait_for 300 "shipping to resume after the collector's restart" more_lines_than cellA "$before"
 
 say "collector killed again and stopped for 3 s"
 kill_hard "$collector_pid"
 before=$(central_lines cellA)
 sleep 3
 start_collector
-wait_for "shipping to resume" more_lines_than cellA "$before"
+wait_for 300 "shipping to resume" more_lines_than cellA "$before"
 
 wait "$host_pid" || fail "userlog-host failed: $(cat cellA.host)"
-wait_for "cell A caught up" caught_up cellA
+wait_for 300 "cell A caught up" caught_up cellA
 read -r files identical lines lost duplicated < <(compare cellA)
 say "cell A: $files files, $lines lines, $lost lost, $duplicated duplicated, $identical identical"
 [ "$files" -ge 3 ] || fail "expected the online, useronline and offline files, got $files"
@@ -147,11 +125,11 @@ say "shipper killed (SIGKILL) while lines flow, then restarted"
 host_pid=$!
 pids+=("$host_pid")
 before=$(central_lines cellA)
-wait_for "new lines of cell A on the collector" more_lines_than cellA $((before + 500))
+wait_for 300 "new lines of cell A on the collector" more_lines_than cellA $((before + 500))
 kill_hard "${shipper_pid[cellA]}"
 start_shipper cellA
 wait "$host_pid" || fail "userlog-host failed: $(cat cellA.host)"
-wait_for "cell A caught up after the shipper's restart" caught_up cellA
+wait_for 300 "cell A caught up after the shipper's restart" caught_up cellA
 read -r files identical lines lost duplicated < <(compare cellA)
 say "cell A: $files files, $lines lines, $lost lost, $duplicated duplicated, $identical identical"
 # The shipper goes back 256 lines in every file when it starts; the collector
@@ -165,12 +143,12 @@ awk 'BEGIN { for (i = 0; i < 60000; i++)
     >devices/cellB/log/online/user_log_file_0.txt
 cp devices/cellB/log/online/user_log_file_0.txt expected-cellB
 start_shipper cellB
-wait_for "cell B's file on the collector" more_lines_than cellB 0
+wait_for 300 "cell B's file on the collector" more_lines_than cellB 0
 rm devices/cellB/log/online/user_log_file_0.txt
 [ "$(central_lines cellB)" -lt 60000 ] || echo "note: the file was read whole before it was deleted"
 "$host_program" --root devices/cellB - <<<'entry MAIN now info written after the deletion' >/dev/null 2>&1
-wait_for "cell B's newer file on the collector" caught_up cellB
-wait_for "the deleted file complete on the collector" \
+wait_for 300 "cell B's newer file on the collector" caught_up cellB
+wait_for 300 "the deleted file complete on the collector" \
     cmp -s expected-cellB central/cellB/online/user_log_file_0.txt
 say "cell B: the deleted file is kept whole on the collector"
 
@@ -178,7 +156,7 @@ say "a device whose certificate another CA signed gets nothing written"
 mkdir -p devices/cellX/log/online
 echo "must not arrive" >devices/cellX/log/online/user_log_file_0.txt
 start_shipper cellX cellX-rogue
-wait_for "the collector to refuse cell X's certificate" grep -q 'subject = /CN=cellX-rogue' collector.err
+wait_for 300 "the collector to refuse cell X's certificate" grep -q 'subject = /CN=cellX-rogue' collector.err
 kill_hard "${shipper_pid[cellX]}"
 [ ! -e central/cellX ] || fail "the rogue device wrote $(find central/cellX)"
 
@@ -219,8 +197,9 @@ EOF
 rsyslogd -n -f evil.conf -i "$tmp/devices/evil/pid" 2>evil.err &
 evil_pid=$!
 pids+=("$evil_pid")
-wait_for "the accepted line" grep -qx accepted central/cellZ/online/accepted.txt 2>/dev/null
-wait_for "15 refusals" test "$(wc -l <collector/refused.log)" -eq 15
+wait_for 300 "the accepted line" grep -qsx accepted central/cellZ/online/accepted.txt
+refusals() { [ "$(cat collector/refused.log 2>/dev/null | wc -l)" -eq "$1" ]; }
+wait_for 300 "15 refusals" refusals 15
 kill "$evil_pid"
 wait "$evil_pid" || true
 escaped=$(find "$tmp" -name '*escape*' ! -path "$tmp/devices/evil/*" ! -path "$tmp/collector/*")

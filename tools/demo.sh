@@ -5,16 +5,17 @@
 # goes to BUILD_DIR/last-demo-root, where ./run.sh view finds it.
 #   tools/demo.sh [BUILD_DIR]     (default: build)
 set -euo pipefail
+. "$(dirname "$0")/../tools/common.sh"
 cd "$(dirname "$0")/.."
 build=${1:-build}
 root=$(mktemp -d "${TMPDIR:-/tmp}/userlog-demo-XXXXXX")
 
-echo "==> replaying examples/shift.scenario"
+say "replaying examples/shift.scenario"
 "$build/tools/userlog-host" --root "$root" examples/shift.scenario
 
 for dir in "$root"/log/*; do
     echo
-    echo "==> ${dir#"$root"/}"
+    say "${dir#"$root"/}"
     for file in "$dir"/*; do
         printf '  %s: %d lines, ending\n' "${file##*/}" "$(wc -l <"$file")"
         tail -n 3 "$file" | sed 's/^/    /'
@@ -22,5 +23,5 @@ for dir in "$root"/log/*; do
 done
 printf '%s\n' "$root" >"$build/last-demo-root"
 echo
-echo "==> the whole tree stays in $root"
-echo "==> to read it as one timeline in lnav: ./run.sh view"
+say "the whole tree stays in $root"
+say "to read it as one timeline in lnav: ./run.sh view"

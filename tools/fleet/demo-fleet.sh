@@ -12,9 +12,11 @@ host_program=$PWD/${1:?build directory}/tools/userlog-host
 devices=${2:-3}
 out=${3:-build-fleet}
 fleet=$PWD/tools/fleet
+. tools/common.sh
 [[ $devices =~ ^[1-9][0-9]*$ ]] || { echo "N must be a positive number: $devices" >&2; exit 2; }
 
-say() { printf '==> [%3ds] %s\n' "$SECONDS" "$*"; }
+# Steps carry the seconds since the start: the faults are timed.
+step() { say "$(printf '[%3ds]' "$SECONDS") $*"; }
 rm -rf "$out"
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
@@ -22,24 +24,11 @@ cd "$out"
 pids=()
 trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; wait 2>/dev/null || true' EXIT
 
-# Polls COMMAND until it succeeds, for at most LIMIT seconds.
-wait_for() {
-    local limit=$1 what=$2 i
-    shift 2
-    for ((i = 0; i < limit * 20; i++)); do
-        "$@" && return 0
-        sleep 0.05
-    done
-    echo "demo-fleet: gave up waiting for $what after ${limit}s" >&2
-    return 1
-}
-listening() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
-port=$((20000 + RANDOM % 30000))
-while listening "$port"; do port=$((20000 + RANDOM % 30000)); done
+port=$(free_port)
 
 names=()
 for ((d = 1; d <= devices; d++)); do names+=("cell$d"); done
-say "certificates (throwaway CA) for the collector and ${names[*]}"
+step "certificates (throwaway CA) for the collector and ${names[*]}"
 "$fleet/fleet-certs" certs localhost "${names[@]}"
 tls() { echo --tls-ca certs/ca.pem --tls-cert "certs/$1.pem" --tls-key "certs/$1.key"; }
 
@@ -83,7 +72,7 @@ start_shipper() {
     done
 } >shift.scenario
 
-say "devices start before their collector: ${names[*]} write, their shippers wait"
+step "devices start before their collector: ${names[*]} write, their shippers wait"
 host_pids=()
 for name in "${names[@]}"; do
     # A second apart: lnav takes a file's first line as its identity, and devices
@@ -98,32 +87,32 @@ done
 central_lines() { cat central/*/*/* 2>/dev/null | wc -l; }
 more_than() { [ "$(central_lines)" -gt "$1" ]; }
 sleep 2
-say "collector up (port $port)"
+step "collector up (port $port)"
 start_collector
 wait_for 30 "the first lines on the collector" more_than 0
 
-say "collector killed (SIGKILL), back after 1 s"
+step "collector killed (SIGKILL), back after 1 s"
 stop KILL "$collector_pid"
 sleep 1
 start_collector
 n=$(central_lines)
 wait_for 60 "shipping to resume" more_than "$n"
 
-say "collector killed (SIGKILL), back after 10 s"
+step "collector killed (SIGKILL), back after 10 s"
 stop KILL "$collector_pid"
 sleep 10
 start_collector
 n=$(central_lines)
 wait_for 60 "shipping to resume" more_than "$n"
 
-say "collector stopped (SIGTERM) for a minute; the devices go on writing"
+step "collector stopped (SIGTERM) for a minute; the devices go on writing"
 stop TERM "$collector_pid"
 sleep 60
 start_collector
 n=$(central_lines)
 wait_for 60 "shipping to resume" more_than "$n"
 
-say "shipper of ${names[0]} killed (SIGKILL) and restarted"
+step "shipper of ${names[0]} killed (SIGKILL) and restarted"
 stop KILL "${shipper[${names[0]}]}"
 start_shipper "${names[0]}"
 
@@ -135,12 +124,12 @@ caught_up() {
         [ "$lost" -eq 0 ] || return 1
     done
 }
-say "devices done; waiting for the collector to catch up"
+step "devices done; waiting for the collector to catch up"
 wait_for 300 "the collector to catch up" caught_up || true
 
 # Rate: the shippers stopped, every device writes a backlog, the shippers start
 # again, and the backlog is timed until it is whole on the collector.
-say "rate: a backlog of 20,000 entries per device, shipped at once"
+step "rate: a backlog of 20,000 entries per device, shipped at once"
 for name in "${names[@]}"; do stop TERM "${shipper[$name]}"; done
 for ((i = 0; i < 20000; i++)); do echo "entry MAIN now info \"backlog entry $i of the rate test\""; done \
     >backlog.scenario
@@ -158,7 +147,7 @@ rate=$(echo "$backlog $start $(date +%s.%N)" | awk '{ printf "%d", $1 / ($3 - $2
 
 # Delay: one entry written (the host has flushed it when it exits) until it
 # is in the central copy; ten samples on an idle fleet.
-say "delay: ten single entries from write to central copy"
+step "delay: ten single entries from write to central copy"
 delays=()
 for ((i = 0; i < 10; i++)); do
     name=${names[i % devices]}
@@ -182,11 +171,11 @@ for name in "${names[@]}"; do
 done
 resent=$(grep -c 'sent again' state/collector/fleet-writer.log 2>/dev/null || true)
 commas() { echo "$1" | sed ':a;s/\B[0-9]\{3\}\>/,&/;ta'; }
-say "rate through one collector: $(commas "$rate") lines/s ($(commas "$backlog") backlog lines)"
-say "delay from write to central copy: $delay_stats"
-say "lines RELP delivered twice after the kills, dropped by the collector: ${resent:-0}"
-say "trees: $out/devices/NAME (the devices), $out/central/NAME (the collector's copy)"
-say "read the central copy in lnav: ./run.sh view $out/central"
+step "rate through one collector: $(commas "$rate") lines/s ($(commas "$backlog") backlog lines)"
+step "delay from write to central copy: $delay_stats"
+step "lines RELP delivered twice after the kills, dropped by the collector: ${resent:-0}"
+step "trees: $out/devices/NAME (the devices), $out/central/NAME (the collector's copy)"
+step "read the central copy in lnav: ./run.sh view $out/central"
 echo "fleet: $devices devices, $(commas "$lines") lines, $(commas "$lost") lost," \
     "$(commas "$duplicated") duplicated, $identical of $files files identical"
 [ "$lost" -eq 0 ]

@@ -2,12 +2,13 @@
 # Builds the architecture-independent Debian package of the fleet tools:
 #   tools/fleet/make-deb.sh OUT_DIR      -> OUT_DIR/varnor-userlog-fleet_VERSION_all.deb
 set -euo pipefail
+. "$(dirname "$0")/../common.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 out=$(mkdir -p "$1" && cd "$1" && pwd)
 version=$(sed -n 's/^project(VarnorUserLog VERSION \([0-9.]*\).*/\1/p' "$here/../../CMakeLists.txt")
 package=varnor-userlog-fleet
 root=$out/$package-root
-echo "==> packaging $package $version"
+say "packaging $package $version"
 rm -rf "$root"
 install -d "$root/DEBIAN"
 install -D -m 0755 "$here/userlog-fleet" "$root/usr/bin/userlog-fleet"

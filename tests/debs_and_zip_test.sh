@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# packages.sh QT5_DEB_DIR QT6_DEB_DIR [ZIP TOOLCHAIN_FILE QT_PREFIX]: checks that the
+# debs_and_zip_test.sh QT5_DEB_DIR QT6_DEB_DIR [ZIP TOOLCHAIN_FILE QT_PREFIX]: checks that the
 # Debian packages of both Qt builds own no path in common, unpacks them all into one
 # throwaway root, and links examples/consumer against each build three ways (CMake,
 # pkg-config, qmake); each consumer must load its own build's library and Qt, and
@@ -8,10 +8,10 @@
 # (environment from run.sh), its line ending in CRLF.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
+. "$here/tools/common.sh"
 consumer=$here/examples/consumer
 work=$(mktemp -d "${TMPDIR:-/tmp}/userlog-packages-XXXXXX")
 trap 'rm -rf "$work"' EXIT
-say() { printf '==> %s\n' "$*"; }
 
 # check NAME LINE_END PROGRAM...: runs the consumer in <tree>/app/bin.
 check() {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# package.sh BUILD_DIR QT_MAJOR [TOOLCHAIN_FILE QT_PREFIX]: installs the build into a
+# install_test.sh BUILD_DIR QT_MAJOR [TOOLCHAIN_FILE QT_PREFIX]: installs the build into a
 # temporary prefix, builds examples/consumer against the installed package (of the
 # build's Qt major version) and runs it in a temporary log tree. With a toolchain
 # file the consumer is cross-built as the build was and runs under Wine.
