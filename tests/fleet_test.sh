@@ -37,39 +37,12 @@ fail() {
 
 say "certificates for the collector (localhost), the devices and a rogue device"
 "$fleet/fleet-certs" certs localhost cellA cellB cellX-rogue
-tls() { echo --tls-ca certs/ca.pem --tls-cert "certs/$1.pem" --tls-key "certs/$1.key"; }
-
 port=$(free_port)
-collector_pid=""
-start_collector() {
-    # shellcheck disable=SC2046
-    "$fleet/userlog-fleet" collector --dir central --port "$port" --state collector \
-        $(tls localhost) 2>>collector.err &
-    collector_pid=$!
-    pids+=("$collector_pid")
-    wait_for 300 "the collector on port $port" listening "$port"
-}
-declare -A shipper_pid
-start_shipper() {
-    local name=$1 cert=${2:-$1}
-    # shellcheck disable=SC2046
-    "$fleet/userlog-fleet" shipper --device "$name" --root "devices/$name" \
-        --to "localhost:$port" --state "shippers/$name" $(tls "$cert") 2>>"$name.err" &
-    shipper_pid[$name]=$!
-    pids+=("$!")
-}
-# SIGKILL, and reaped: rsyslogd refuses to start while its pid file names a
-# process that still exists, even as a zombie.
-kill_hard() {
-    kill -KILL "$1"
-    wait "$1" 2>/dev/null || true
-}
+. "$fleet/loopback.sh"
 
 # "FILES IDENTICAL LINES LOST DUPLICATED" of one device against its copy.
 compare() { "$fleet/fleet-compare" "devices/$1" "central/$1" || true; }
 caught_up() { read -r _ _ _ lost _ < <(compare "$1") && [ "$lost" -eq 0 ]; }
-central_lines() { cat central/"$1"/*/* 2>/dev/null | wc -l; }
-more_lines_than() { [ "$(central_lines "$1")" -gt "$2" ]; }
 
 # Lines that a plain syslog transport would mangle: tabs, CR, quotes, a
 # backslash, UTF-8, leading blanks; the print name holds a blank and UTF-8.
@@ -95,21 +68,21 @@ wait_for 300 "cell A's first lines written" test -d devices/cellA/log/online
 
 say "collector up after the device: the lines written meanwhile arrive"
 start_collector
-wait_for 300 "cell A's first lines on the collector" more_lines_than cellA 0
+wait_for 300 "cell A's first lines on the collector" more_lines_than 0 cellA
 
 say "collector killed (SIGKILL) while lines flow, back after 1 s"
-kill_hard "$collector_pid"
+stop KILL "$collector_pid"
 before=$(central_lines cellA)
 sleep 1 # the outage itself
 start_collector
-wait_for 300 "shipping to resume after the collector's restart" more_lines_than cellA "$before"
+wait_for 300 "shipping to resume after the collector's restart" more_lines_than "$before" cellA
 
 say "collector killed again and stopped for 3 s"
-kill_hard "$collector_pid"
+stop KILL "$collector_pid"
 before=$(central_lines cellA)
 sleep 3
 start_collector
-wait_for 300 "shipping to resume" more_lines_than cellA "$before"
+wait_for 300 "shipping to resume" more_lines_than "$before" cellA
 
 wait "$host_pid" || fail "userlog-host failed: $(cat cellA.host)"
 wait_for 300 "cell A caught up" caught_up cellA
@@ -125,8 +98,8 @@ say "shipper killed (SIGKILL) while lines flow, then restarted"
 host_pid=$!
 pids+=("$host_pid")
 before=$(central_lines cellA)
-wait_for 300 "new lines of cell A on the collector" more_lines_than cellA $((before + 500))
-kill_hard "${shipper_pid[cellA]}"
+wait_for 300 "new lines of cell A on the collector" more_lines_than $((before + 500)) cellA
+stop KILL "${shipper_pid[cellA]}"
 start_shipper cellA
 wait "$host_pid" || fail "userlog-host failed: $(cat cellA.host)"
 wait_for 300 "cell A caught up after the shipper's restart" caught_up cellA
@@ -143,7 +116,7 @@ awk 'BEGIN { for (i = 0; i < 60000; i++)
     >devices/cellB/log/online/user_log_file_0.txt
 cp devices/cellB/log/online/user_log_file_0.txt expected-cellB
 start_shipper cellB
-wait_for 300 "cell B's file on the collector" more_lines_than cellB 0
+wait_for 300 "cell B's file on the collector" more_lines_than 0 cellB
 rm devices/cellB/log/online/user_log_file_0.txt
 [ "$(central_lines cellB)" -lt 60000 ] || echo "note: the file was read whole before it was deleted"
 "$host_program" --root devices/cellB - <<<'entry MAIN now info written after the deletion' >/dev/null 2>&1
@@ -156,8 +129,8 @@ say "a device whose certificate another CA signed gets nothing written"
 mkdir -p devices/cellX/log/online
 echo "must not arrive" >devices/cellX/log/online/user_log_file_0.txt
 start_shipper cellX cellX-rogue
-wait_for 300 "the collector to refuse cell X's certificate" grep -q 'subject = /CN=cellX-rogue' collector.err
-kill_hard "${shipper_pid[cellX]}"
+wait_for 300 "the collector to refuse cell X's certificate" grep -q 'subject = /CN=cellX-rogue' collector.log
+stop KILL "${shipper_pid[cellX]}"
 [ ! -e central/cellX ] || fail "the rogue device wrote $(find central/cellX)"
 
 say "names that try to leave the central directory are refused"
@@ -198,11 +171,11 @@ rsyslogd -n -f evil.conf -i "$tmp/devices/evil/pid" 2>evil.err &
 evil_pid=$!
 pids+=("$evil_pid")
 wait_for 300 "the accepted line" grep -qsx accepted central/cellZ/online/accepted.txt
-refusals() { [ "$(cat collector/refused.log 2>/dev/null | wc -l)" -eq "$1" ]; }
+refusals() { [ "$(cat state/collector/refused.log 2>/dev/null | wc -l)" -eq "$1" ]; }
 wait_for 300 "15 refusals" refusals 15
 kill "$evil_pid"
 wait "$evil_pid" || true
-escaped=$(find "$tmp" -name '*escape*' ! -path "$tmp/devices/evil/*" ! -path "$tmp/collector/*")
+escaped=$(find "$tmp" -name '*escape*' ! -path "$tmp/devices/evil/*" ! -path "$tmp/state/collector/*")
 [ -z "$escaped" ] || fail "a refused name was written: $escaped"
 [ "$(find central -path '*cellZ*' -type f)" = central/cellZ/online/accepted.txt ] ||
     fail "cell Z holds more than the accepted line: $(find central/cellZ)"
@@ -217,5 +190,5 @@ for pid in "$collector_pid" "${shipper_pid[cellA]}" "${shipper_pid[cellB]}"; do
 done
 pids=()
 # Lines RELP delivered twice after a kill, dropped by the collector's writer.
-resent=$(grep -c 'sent again' collector/fleet-writer.log 2>/dev/null || true)
+resent=$(grep -c 'sent again' state/collector/fleet-writer.log 2>/dev/null || true)
 echo "fleet test: passed (cell A $lines lines, ${resent:-0} resent lines dropped by the collector)"

@@ -30,29 +30,7 @@ names=()
 for ((d = 1; d <= devices; d++)); do names+=("cell$d"); done
 step "certificates (throwaway CA) for the collector and ${names[*]}"
 "$fleet/fleet-certs" certs localhost "${names[@]}"
-tls() { echo --tls-ca certs/ca.pem --tls-cert "certs/$1.pem" --tls-key "certs/$1.key"; }
-
-collector_pid=""
-start_collector() {
-    # shellcheck disable=SC2046
-    "$fleet/userlog-fleet" collector --dir central --port "$port" --state state/collector \
-        $(tls localhost) 2>>collector.log &
-    collector_pid=$!
-    pids+=("$collector_pid")
-    wait_for 30 "the collector on port $port" listening "$port"
-}
-stop() { # SIGNAL PID: and reaped, so that rsyslogd may start again at once
-    kill "-$1" "$2"
-    wait "$2" 2>/dev/null || true
-}
-declare -A shipper
-start_shipper() {
-    # shellcheck disable=SC2046
-    "$fleet/userlog-fleet" shipper --device "$1" --root "devices/$1" --to "localhost:$port" \
-        --state "state/$1" $(tls "$1") 2>>"shipper-$1.log" &
-    shipper[$1]=$!
-    pids+=("$!")
-}
+. "$fleet/loopback.sh"
 
 # A shift of about 90 s: every second a few dozen entries, a batch report with
 # print entries, and now and then the controller lost and found again.
@@ -84,36 +62,34 @@ for name in "${names[@]}"; do
     host_pids+=("$!")
     pids+=("$!")
 done
-central_lines() { cat central/*/*/* 2>/dev/null | wc -l; }
-more_than() { [ "$(central_lines)" -gt "$1" ]; }
 sleep 2
 step "collector up (port $port)"
 start_collector
-wait_for 30 "the first lines on the collector" more_than 0
+wait_for 30 "the first lines on the collector" more_lines_than 0
 
 step "collector killed (SIGKILL), back after 1 s"
 stop KILL "$collector_pid"
 sleep 1
 start_collector
 n=$(central_lines)
-wait_for 60 "shipping to resume" more_than "$n"
+wait_for 60 "shipping to resume" more_lines_than "$n"
 
 step "collector killed (SIGKILL), back after 10 s"
 stop KILL "$collector_pid"
 sleep 10
 start_collector
 n=$(central_lines)
-wait_for 60 "shipping to resume" more_than "$n"
+wait_for 60 "shipping to resume" more_lines_than "$n"
 
 step "collector stopped (SIGTERM) for a minute; the devices go on writing"
 stop TERM "$collector_pid"
 sleep 60
 start_collector
 n=$(central_lines)
-wait_for 60 "shipping to resume" more_than "$n"
+wait_for 60 "shipping to resume" more_lines_than "$n"
 
 step "shipper of ${names[0]} killed (SIGKILL) and restarted"
-stop KILL "${shipper[${names[0]}]}"
+stop KILL "${shipper_pid[${names[0]}]}"
 start_shipper "${names[0]}"
 
 for pid in "${host_pids[@]}"; do wait "$pid"; done
@@ -130,7 +106,7 @@ wait_for 300 "the collector to catch up" caught_up || true
 # Rate: the shippers stopped, every device writes a backlog, the shippers start
 # again, and the backlog is timed until it is whole on the collector.
 step "rate: a backlog of 20,000 entries per device, shipped at once"
-for name in "${names[@]}"; do stop TERM "${shipper[$name]}"; done
+for name in "${names[@]}"; do stop TERM "${shipper_pid[$name]}"; done
 for ((i = 0; i < 20000; i++)); do echo "entry MAIN now info \"backlog entry $i of the rate test\""; done \
     >backlog.scenario
 host_pids=()
@@ -158,7 +134,7 @@ for ((i = 0; i < 10; i++)); do
 done
 delay_stats=$(printf '%s\n' "${delays[@]}" | sort -n | awk '{ v[NR] = $1 } END { printf "median %d ms, max %d ms", v[int((NR + 1) / 2)], v[NR] }')
 
-for name in "${names[@]}"; do stop TERM "${shipper[$name]}"; done
+for name in "${names[@]}"; do stop TERM "${shipper_pid[$name]}"; done
 stop TERM "$collector_pid"
 pids=()
 
