@@ -116,6 +116,34 @@ bool makeFreshRoot(QString& root, QString& error)
     return true;
 }
 
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+// Qt 6's QSettings writes non-ASCII characters as raw UTF-8, which the library
+// reads, as Qt 5 did, as Latin-1. Qt 5 wrote each UTF-16 unit as a \x escape
+// (and a hex digit right after one as well, or it would join the escape), which
+// both read alike: the file gets that form, so both builds name the same files.
+bool escapeNonAsciiAsQt5(const QString& fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QString text = QString::fromUtf8(file.readAll());
+    file.close();
+    QByteArray escaped;
+    bool afterEscape = false;
+    for (const QChar c : text) {
+        const bool hexDigit =
+            c.isDigit() || (c.toLower() >= QLatin1Char('a') && c.toLower() <= QLatin1Char('f'));
+        afterEscape = c.unicode() >= 0x80 || (afterEscape && hexDigit && c.unicode() < 0x80);
+        if (afterEscape)
+            escaped += "\\x" + QByteArray::number(c.unicode(), 16);
+        else
+            escaped += char(c.unicode());
+    }
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(escaped) == escaped.size();
+}
+#endif
+
 // Writes <root>/KRN/user/custom.ini, which the library reads at start-up and at
 // every connect. Other keys already in the file are kept.
 bool writeCustomLogName(const QString& root, const QString& name, QString& error)
@@ -125,7 +153,11 @@ bool writeCustomLogName(const QString& root, const QString& name, QString& error
     if (QDir().mkpath(dir)) {
         settings.setValue(QStringLiteral("CUSTOM_LOG_NAME"), name);
         settings.sync();
-        if (settings.status() == QSettings::NoError)
+        bool written = settings.status() == QSettings::NoError;
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+        written = written && escapeNonAsciiAsQt5(settings.fileName());
+#endif
+        if (written)
             return true;
     }
     error = QStringLiteral("cannot write ") + settings.fileName();
