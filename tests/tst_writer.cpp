@@ -1,8 +1,7 @@
 // Writer events driven directly: the banners of each connection transition, the
-// custom print name, entries and batches, the retention limits, and one table of
-// faults that drop an event with its message while the next event is written.
+// custom print name, entries and batches, the retention limits, one table of faults
+// that drop an event with its message while the next event is written, a full disk.
 #include "testtree.h"
-#include "userlog/writer/appendonlyfile.h"
 #include "userlog/writer/userlogwriter.h"
 
 #include <QtTest/QtTest>
@@ -287,8 +286,6 @@ private slots:
         // Only the user log's directory cannot be made: the print file is not reached.
         faultRow("single, user log directory cannot be made", single, "log/online",
                  Blocker::DanglingLink, noDir);
-        faultRow("connect, user log directory cannot be made", connectNow, "log/online",
-                 Blocker::DanglingLink, noDir);
 #endif
         faultRow("single, print directory a file", single, "log/useronline", Blocker::RegularFile,
                  {made, error3}, Failing::PrintFile, true);
@@ -371,35 +368,6 @@ private slots:
         w.entry("back"_s);
         QCOMPARE(readLines(w.userLog).last(), "-- T -- <B> <log> back"_s);
         QCOMPARE(readLines(w.printFile()).last(), "-- T -- <B> <log> back"_s);
-    }
-
-    // Lines appended as a text stream on a QFile appends them, flushed after each: the
-    // same bytes, whatever the line.
-    void appendedAsATextStream()
-    {
-        const QString longLine = QString(16385, QChar('x')) + "\u00e9"_s;
-        const QStringList lines{"plain"_s,
-                                QString(),
-                                "\u00e9t\u00e9 \u65e5\u672c \U0001F600 tab\tquote\""_s,
-                                longLine,
-                                QString(16384, QChar('y')),
-                                "cr\r inside"_s};
-        AppendOnlyFile appended;
-        QVERIFY(appended.open("appended.txt"_s));
-        QFile file("streamed.txt"_s);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text));
-        QTextStream stream(&file);
-        for (const QString& line : lines) {
-            appended.writeLine(line + '\n');
-            stream << line << Qt::endl;
-        }
-        appended.close();
-        file.close();
-        QFile a("appended.txt"_s), s("streamed.txt"_s);
-        QVERIFY(a.open(QIODevice::ReadOnly) && s.open(QIODevice::ReadOnly));
-        const QByteArray bytes = a.readAll();
-        QCOMPARE(bytes.size(), s.size());
-        QVERIFY(bytes == s.readAll());
     }
 
     // A full disk: the entry that hits it is cut short and told once per file; nothing
