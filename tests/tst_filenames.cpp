@@ -34,10 +34,8 @@ private slots:
         };
         row("after the last \"_\"", "user_log_file_12.txt"_s, 12);
         row("before the first \".\"", "user_log_file_12.old.txt"_s, 12);
-        row("leading zeros", "user_log_file_007.txt"_s, 7);
         row("no \"_\": the whole base name", "12.txt"_s, 12);
         row("no extension", "user_log_file_5"_s, 5);
-        row("no number", "readme.txt"_s, 0);
         row("letters", "bcc_log_file_x.txt"_s, 0);
         row("a dated name", "user_print_file_off_2_2025-05-26.txt"_s, 0);
         row("a sign", "u_+5.txt"_s, 5);
@@ -45,7 +43,6 @@ private slots:
         row("the largest int", "u_2147483647.txt"_s, INT_MAX);
         row("the smallest int", "u_-2147483648.txt"_s, INT_MIN);
         row("one past the int range", "u_2147483648.txt"_s, 0);
-        row("far past the int range", "u_99999999999.txt"_s, 0);
         row("ten digits with leading zeros", "u_0000000012.txt"_s, 12);
         row("a non-ASCII digit", "u_\u0663.txt"_s, 0);
     }
@@ -57,26 +54,10 @@ private slots:
         QCOMPARE(logfiles::indexOfLogFile(name), index);
     }
 
-    void newNames_data()
+    // The next index of a full file at the top of the int range is named, not wrapped.
+    void nameCountedPastTheIntRange()
     {
-        QTest::addColumn<QString>("made");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("an index in the pattern")
-            << indexedFileName("user_log_file_%1.txt"_s, 3) << "user_log_file_3.txt"_s;
-        QTest::newRow("a pattern without %1 is the name for every index")
-            << indexedFileName("user_print_file_off"_s, 4) << "user_print_file_off"_s;
-        QTest::newRow("past the int range, as counted up")
-            << indexedFileName("u_%1.txt"_s, qint64(INT_MAX) + 1) << "u_2147483648.txt"_s;
-        QTest::newRow("a print file: prefix, index, start date")
-            << datedFileName("user_print_file"_s, 4, QDate(2025, 6, 2))
-            << "user_print_file_4_2025-06-02.txt"_s;
-    }
-
-    void newNames()
-    {
-        QFETCH(QString, made);
-        QFETCH(QString, name);
-        QCOMPARE(made, name);
+        QCOMPARE(indexedFileName("u_%1.txt"_s, qint64(INT_MAX) + 1), "u_2147483648.txt"_s);
     }
 
     void txtFilter_data()
@@ -85,12 +66,9 @@ private slots:
         QTest::addColumn<bool>("taken");
         QTest::newRow("lower case") << "a.txt"_s << true;
         QTest::newRow("upper case") << "REPORT.TXT"_s << true;
-        QTest::newRow("mixed case") << "a.tXt"_s << true;
-        QTest::newRow("every one of the last four characters differs") << "data.json"_s << false;
         QTest::newRow("one character differs") << "a.txz"_s << false;
         QTest::newRow("no dot") << "atxt"_s << false;
         QTest::newRow("shorter than the suffix") << "txt"_s << false;
-        QTest::newRow("a further extension") << "a.txt.log"_s << false;
         QTest::newRow("a surrogate pair") << "\U0001F600.txt"_s << true;
         QTest::newRow("an unpaired surrogate") << withLoneSurrogate("a"_s, ".txt"_s) << false;
     }
@@ -114,18 +92,13 @@ private slots:
             QTest::newRow(rule) << QString(prefix) << name << matches << index;
         };
         row("index and date", "user_print_file", "user_print_file_12_2025-05-26.txt"_s, true, 12);
-        row("leading zeros", "user_print_file", "user_print_file_007_2025-05-26.txt"_s, true, 7);
-        row("case-insensitive", "user_print_file", "USER_PRINT_FILE_3_X.TXT"_s, true, 3);
         row("the offline files match without an index", "user_print_file",
             "user_print_file_off_0_2025-05-26.txt"_s, true, -1);
         row("an empty index", "user_print_file", "user_print_file__2025-05-26.txt"_s, true, -1);
         row("an empty date", "p", "p_3_.txt"_s, true, 3);
-        row("negative", "p", "p_-3_x.txt"_s, true, -3);
         row("past the int range", "p", "p_2147483648_x.txt"_s, true, -1);
         row("one \"_\" only", "p", "p_3.txt"_s, false, -1);
         row("no \"_\" after the prefix", "p", "px_3_x.txt"_s, false, -1);
-        row("another extension", "p", "p_9_x.log"_s, false, -1);
-        row("another prefix", "p", "q_12_x.txt"_s, false, -1);
         row("a wildcard in the prefix", "p*", "pa_3_x.txt"_s, true, 3);
         row("an invalid wildcard matches nothing", "p[", "p[_3_x.txt"_s, false, -1);
         row("an unpaired surrogate in the date", "p", withLoneSurrogate("p_3_"_s, ".txt"_s), false,
@@ -145,34 +118,6 @@ private slots:
         QCOMPARE(matcher.indexOf(name, &read) ? read : -1, index);
         if (prefix != "p["_s) // QDir warns about the invalid filter
             QCOMPARE(QDir::match(prefix + "_*_*.txt"_s, name), matches);
-    }
-
-    void latestDated_data()
-    {
-        QTest::addColumn<QStringList>("offered");
-        QTest::addColumn<QString>("latest");
-        QTest::addColumn<int>("highest");
-        QTest::newRow("numbers, not names: 10 after 9")
-            << QStringList{"p_9_2025-05-01.txt"_s, "p_10_2025-05-02.txt"_s}
-            << "p_10_2025-05-02.txt"_s << 10;
-        QTest::newRow("equal indexes: the first in case-insensitive order, in any offer order")
-            << QStringList{"p_3_b.txt"_s, "P_3_a.txt"_s, "p_2_c.txt"_s} << "P_3_a.txt"_s << 3;
-        QTest::newRow("names equal but for case: the exact order")
-            << QStringList{"p_3_a.txt"_s, "P_3_A.txt"_s} << "P_3_A.txt"_s << 3;
-        QTest::newRow("negative indexes are never current")
-            << QStringList{"p_-1_x.txt"_s, "p_off_2_x.txt"_s} << QString() << -1;
-    }
-
-    void latestDated()
-    {
-        QFETCH(QStringList, offered);
-        QFETCH(QString, latest);
-        QFETCH(int, highest);
-        LatestDatedChoice choice("p"_s);
-        for (const QString& name : offered)
-            choice.offer(name);
-        QCOMPARE(choice.latestName(), latest);
-        QCOMPARE(choice.highestIndex(), highest);
     }
 };
 
