@@ -1,25 +1,18 @@
-// The locale's encoding as the writer applies it: the bytes of log text and the
-// names a directory listing keeps, written out as Qt 5 gives them under a UTF-8
-// locale, so that a Qt 6 build is held to the same rows. Where the build's Qt is
-// Qt 5, its QTextStream and its QDir are checked against the rows too.
+// The locale's encoding as the writer applies it: the bytes of log text, written out
+// as Qt 5 gives them under a UTF-8 locale, so that a Qt 6 build is held to the same
+// rows (where the build's Qt is Qt 5, its QTextStream is checked against them too),
+// and the settings file's text as Qt 5's QSettings reads it.
 #include "testtree.h"
 #include "userlog/writer/localeencoding.h"
 
 #include <QtCore/QBuffer>
-#include <QtCore/QDirIterator>
 #include <QtCore/QSettings>
 #include <QtCore/QTextStream>
 #include <QtTest/QtTest>
 
-#ifdef Q_OS_UNIX
-#include <fcntl.h>
-#include <unistd.h>
-#endif
-
 namespace {
 
-// The encoder's and the names' rows hold UTF-8 locale bytes; the settings' rows
-// hold for every locale.
+// The encoder's rows hold UTF-8 locale bytes; the settings' rows hold for every locale.
 bool localeIsUtf8()
 {
     return QString(QChar(0xE9)).toLocal8Bit() == "\xc3\xa9";
@@ -77,48 +70,6 @@ private slots:
         for (const QString& text : texts)
             (stream << text).flush();
         QCOMPARE(streamed, bytes);
-#endif
-    }
-
-    void decodableNames_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<bool>("kept");
-        QTest::newRow("ASCII") << QByteArray("user_log_file_1.txt") << true;
-        QTest::newRow("a non-ASCII first byte") << QByteArray("\xc3\xa9_1.txt") << true;
-        QTest::newRow("four-byte UTF-8") << QByteArray("\xf0\x9f\x98\x80.txt") << true;
-        QTest::newRow("a noncharacter is valid") << QByteArray("\xef\xbf\xbe.txt") << true;
-        QTest::newRow("a leading byte order mark is kept")
-            << QByteArray("\xef\xbb\xbfu_1.txt") << true;
-        QTest::newRow("a Latin-1 byte") << QByteArray("x\xff_500.txt") << false;
-        QTest::newRow("a lone continuation byte") << QByteArray("\x80_1.txt") << false;
-        QTest::newRow("a truncated sequence at the end") << QByteArray("u_1.txt\xe2\x82") << false;
-        QTest::newRow("an overlong encoding") << QByteArray("\xc0\xaf_1.txt") << false;
-        QTest::newRow("an encoded surrogate") << QByteArray("\xed\xa0\x80_1.txt") << false;
-        QTest::newRow("past U+10FFFF") << QByteArray("\xf4\x90\x80\x80_1.txt") << false;
-    }
-
-    void decodableNames()
-    {
-        if (!localeIsUtf8())
-            QSKIP(notUtf8);
-        QFETCH(QByteArray, name);
-        QFETCH(bool, kept);
-        QCOMPARE(localeencoding::isDecodableName(name.constData(), int(name.size())), kept);
-#ifdef Q_OS_UNIX
-        // QDir of the build's own Qt agrees (Qt 6.4 does here, as Qt 5 does).
-        TestTree tree;
-        QVERIFY(tree.isValid());
-        const QByteArray path = QFile::encodeName(tree.root()) + '/' + name;
-        const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-        QVERIFY(fd >= 0);
-        ::close(fd);
-        QDirIterator it(tree.root(), QDir::Files);
-        QStringList listed;
-        while (it.hasNext())
-            listed << it.next();
-        ::unlink(path.constData()); // QTemporaryDir cannot remove what QDir does not list
-        QCOMPARE(listed.size(), kept ? 1 : 0);
 #endif
     }
 

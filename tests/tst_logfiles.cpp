@@ -134,9 +134,16 @@ void makeRandomFiles(QRandomGenerator& rng, const QString& dir, const QString& b
             {named + linkSuffix, Entry::Link},
         };
 #ifndef Q_OS_WIN
-        forms += {{"\u00ff"_s + named, Entry::RawName},
-                  {"x\u00ff_"_s + i + tail, Entry::RawName},
-                  {"\u00ef\u00bb\u00bf"_s + named, Entry::RawName}, // a byte order mark: decodes
+        // Bytes UTF-8 cannot read: Latin-1, a lone continuation, an overlong form, an
+        // encoded surrogate, past U+10FFFF, a sequence cut short; and some it can.
+        const QString bad[] = {"\u00ff"_s, "\u0080"_s, "\u00c0\u00af"_s, "\u00ed\u00a0\u0080"_s,
+                               "\u00f4\u0090\u0080\u0080"_s};
+        const QString good[] = {"\u00ef\u00bb\u00bf"_s /* a byte order mark */,
+                                "\u00f0\u009f\u0098\u0080"_s, "\u00ef\u00bf\u00be"_s};
+        forms += {{bad[rng.bounded(5)] + named, Entry::RawName},
+                  {"x"_s + bad[rng.bounded(5)] + '_' + i + tail, Entry::RawName},
+                  {named + "\u00e2\u0082"_s, Entry::RawName},
+                  {good[rng.bounded(3)] + named, Entry::RawName},
                   {named, Entry::LinkToDevNull},
                   {named, Entry::Fifo},
                   {named, Entry::LinkToFifo}};

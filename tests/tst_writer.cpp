@@ -284,9 +284,6 @@ private slots:
         faultRow("connect, user log a directory", connectNow, "log/online/user_log_file_0.txt",
                  Blocker::Directory, {"open log file error1(%1):%2"_s}, Failing::UserLog);
 #ifndef Q_OS_WIN // QFile::link makes a shortcut there: a regular file
-        // Only the user log's directory cannot be made: the print file is not reached.
-        faultRow("single, user log directory cannot be made", single, "log/online",
-                 Blocker::DanglingLink, noDir);
 #endif
         faultRow("single, print directory a file", single, "log/useronline", Blocker::RegularFile,
                  {made, error3}, Failing::PrintFile, true);
