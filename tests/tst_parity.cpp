@@ -174,14 +174,6 @@ private slots:
             << "entry B\u00e9 12:00 info caf\u00e9 \u20ac \U0001F600 \\t tab\n"
                "controller connected\nentry \u4e2d 12:01 print \u4e2d\u6587\n"_s
             << QStringList{"--custom-log-name"_s, "Zelle_\u00e9\u4e2d"_s} << Setup();
-        QTest::newRow("a custom name in raw UTF-8 bytes")
-            << "entry B 12:00 info x\ncontroller connected\nentry B 12:01 print y\n"_s
-            << QStringList() << Setup([](const QByteArray& root) {
-                   std::error_code error;
-                   fs::create_directories((root + "/KRN/user").toStdString(), error);
-                   return makeRaw(root + "/KRN/user/custom.ini", "CUSTOM_LOG_NAME=Schwei\xc3\x9f"
-                                                                 "en\n");
-               });
         QTest::newRow("odd names, links and a full directory, listed as Qt 5 lists them")
             << "controller connected\nentry B 12:00 print p\nentry B 12:01 info i\n"_s
             << QStringList() << Setup(oddListings);

@@ -283,8 +283,6 @@ private slots:
                  {error3}, Failing::UserLog);
         faultRow("connect, user log a directory", connectNow, "log/online/user_log_file_0.txt",
                  Blocker::Directory, {"open log file error1(%1):%2"_s}, Failing::UserLog);
-#ifndef Q_OS_WIN // QFile::link makes a shortcut there: a regular file
-#endif
         faultRow("single, print directory a file", single, "log/useronline", Blocker::RegularFile,
                  {made, error3}, Failing::PrintFile, true);
         faultRow("connect, print directory a file", connectNow, "log/useronline",
