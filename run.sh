@@ -36,13 +36,15 @@ configure_and_build() {
 
 # run_tests DIR [CTEST_ARG...]. The tests compare bytes written through the
 # locale's codec, so they run under C.UTF-8; under Wine (WINEPREFIX set) the
-# caller's locale stays, since Wine derives the ANSI code page from it.
+# caller's locale stays, since Wine derives the ANSI code page from it. Twice
+# as many at once as there are cores: the long tests mostly wait on probe
+# timers, scenario pauses and child programs.
 run_tests() {
     local dir=$1 locale=()
     shift
     [ -n "${WINEPREFIX:-}" ] || locale=(env LC_ALL=C.UTF-8)
     say "running tests in $dir"
-    "${locale[@]}" ctest --test-dir "$dir" --output-on-failure -j "$jobs" --timeout 300 "$@"
+    "${locale[@]}" ctest --test-dir "$dir" --output-on-failure -j "$((jobs * 2))" --timeout 300 "$@"
 }
 
 # build_windows DIR [CMAKE_ARG...]: against the cached Qt for Windows.
