@@ -270,12 +270,13 @@ QString checkRandomDirectory(quint32 seed, bool dated)
     const QDate day = QDate::currentDate();
     QStringList expectedGone, gone;
     QString path, expected;
+    bool resolved = false;
     if (dated) {
         expected = dir + '/' + datedModel(dir, base, limit, &expectedGone);
-        resolveDatedLogPath(base, dir, path, limit);
+        resolved = resolveDatedLogPath(base, dir, path, limit);
     } else {
         const int highest = indexedModel(dir, limit, &expectedGone);
-        resolveIndexedLogPath(base, dir, path, limit);
+        resolved = resolveIndexedLogPath(base, dir, path, limit);
         expected = absoluteLogFile(dir, indexedRollover(dir, base, highest));
     }
     for (const QString& name : before)
@@ -285,8 +286,8 @@ QString checkRandomDirectory(quint32 seed, bool dated)
     expectedGone.sort();
     const bool made = QFileInfo(dir).isDir();
     removeTree(dir);
-    if (!made)
-        return "the directory was not made"_s;
+    if (!made || !resolved)
+        return made ? "no path resolved"_s : "the directory was not made"_s;
     for (const QDate& d : {day, QDate::currentDate()}) // a run across midnight may use either
         if (path == QString(expected).replace("DATE"_s, d.toString("yyyy-MM-dd"_s)))
             return gone == expectedGone ? QString() : "deleted "_s + gone.join(' ');
@@ -326,8 +327,8 @@ private slots:
     }
 
     // A file the retention cannot delete ends it for the call: nothing else goes, and
-    // the highest index stays current. The writer's retention of a missing folder
-    // makes none and says nothing.
+    // the highest index stays current; let go, it goes at the next call. The writer's
+    // retention of a missing folder makes none and says nothing.
     void undeletableFile()
     {
         UserLogWriter writer; // its banner's messages before the capture
@@ -345,13 +346,16 @@ private slots:
             QVERIFY(makeFile(dir + name));
         const QDateTime longAgo = QDateTime::currentDateTime().addDays(-1);
         QVERIFY(setFileTimes(dir + names.first(), longAgo, longAgo));
-        const std::shared_ptr<void> held = holdFile(dir + names.first());
+        std::shared_ptr<void> held = holdFile(dir + names.first());
         QVERIFY(held);
         QString path;
         QVERIFY(resolveIndexedLogPath("u_%1.txt"_s, "../../log/dir"_s, path, 3));
         QCOMPARE(path, absoluteLogFile("../../log/dir"_s, "u_3.txt"_s));
         writer.deleteOldestFiles("../../log/dir"_s, 3);
         QCOMPARE(fileNames(dir), names);
+        held.reset(); // let go, it is the one that goes
+        writer.deleteOldestFiles("../../log/dir"_s, 3);
+        QCOMPARE(fileNames(dir), names.mid(1));
     }
 
 private:
