@@ -21,7 +21,6 @@
 
 #ifndef Q_OS_WIN
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -82,14 +81,14 @@ bool makeUnixEntry(const QString& dir, const Entry& entry)
     const QByteArray fifo = QFile::encodeName(dir) + "/../fifo";
     switch (entry.kind) {
     case Entry::RawName:
-        return ::close(::open(path.constData(), O_CREAT | O_WRONLY, 0644)) == 0;
+        return makeRawFile(path);
     case Entry::LinkToDevNull:
-        return ::symlink("/dev/null", path.constData()) == 0;
+        return makeRawLink("/dev/null", path);
     case Entry::Fifo:
         return ::mkfifo(path.constData(), 0644) == 0;
     case Entry::LinkToFifo:
         return (::mkfifo(fifo.constData(), 0644) == 0 || errno == EEXIST) &&
-               ::symlink(fifo.constData(), path.constData()) == 0;
+               makeRawLink(fifo, path);
     default:
         return false;
     }
@@ -261,11 +260,11 @@ QString checkRandomDirectory(quint32 seed, bool dated)
     const QString dir = "../../log/case"_s + QString::number(seed);
     makeRandomFiles(rng, dir, base, dated, rng.bounded(limit + 4));
     // The native listing and its portable fallback list what QDir::Files lists.
-    if (listedNames(listFiles(dir)) != qdirNames(dir) ||
-        listedNames(listFilesPortable(dir)) != qdirNames(dir))
-        return "listings differ: "_s + listedNames(listFiles(dir)).join(' ') + " / QDir: "_s +
-               qdirNames(dir).join(' ') + " / portable: "_s +
-               listedNames(listFilesPortable(dir)).join(' ');
+    const QStringList native = listedNames(listFiles(dir)), qdir = qdirNames(dir),
+                      portable = listedNames(listFilesPortable(dir));
+    if (native != qdir || portable != qdir)
+        return "listings differ: "_s + native.join(' ') + " / QDir: "_s + qdir.join(' ') +
+               " / portable: "_s + portable.join(' ');
     const QStringList before = fileNames(dir);
     const QDate day = QDate::currentDate();
     QStringList expectedGone, gone;
@@ -279,8 +278,9 @@ QString checkRandomDirectory(quint32 seed, bool dated)
         resolved = resolveIndexedLogPath(base, dir, path, limit);
         expected = absoluteLogFile(dir, indexedRollover(dir, base, highest));
     }
+    const QStringList after = fileNames(dir);
     for (const QString& name : before)
-        if (!fileNames(dir).contains(name))
+        if (!after.contains(name))
             gone << name;
     gone.sort();
     expectedGone.sort();

@@ -21,20 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Raw names: the trees hold names that QDir does not list.
-bool makeRaw(const QByteArray& path, const QByteArray& contents = {})
-{
-    std::ofstream file(path.toStdString(), std::ios::binary);
-    return bool(file.write(contents.constData(), contents.size()));
-}
-
-bool makeLink(const char* target, const QByteArray& link)
-{
-    std::error_code error;
-    fs::create_symlink(target, link.toStdString(), error);
-    return !error;
-}
-
 // How a row prepares a fresh tree (its root's native path) before the host runs.
 using Setup = std::function<bool(const QByteArray& root)>;
 
@@ -49,26 +35,26 @@ bool oddListings(const QByteArray& root)
     fs::create_directories(print.toStdString(), error);
     bool ok = !error;
     for (int i = 1; i <= 99; ++i)
-        ok = ok && makeRaw(online + "user_log_file_" + QByteArray::number(i) + ".txt", "old\n");
+        ok = ok && makeRawFile(online + "user_log_file_" + QByteArray::number(i) + ".txt", "old\n");
     const QByteArray date = QDate::currentDate().toString("yyyy-MM-dd"_s).toLatin1();
     const QByteArray print3 = "user_print_file_3_" + date + ".txt";
     return ok &&
-           makeRaw(online + "user_log_file_\xff"
-                            "7.txt",
-                   "latin-1\n") &&
-           makeRaw(online + "\xef\xbb\xbfuser_log_file_150.txt", "bom\n") &&
-           makeRaw(online + ".user_log_file_200.txt", "hidden\n") &&
-           makeLink("/dev/null", online + "user_log_file_120.txt") &&
-           makeLink("nowhere", online + "user_log_file_130.txt") &&
-           makeLink("/", online + "user_log_file_140.txt") &&
+           makeRawFile(online + "user_log_file_\xff"
+                                "7.txt",
+                       "latin-1\n") &&
+           makeRawFile(online + "\xef\xbb\xbfuser_log_file_150.txt", "bom\n") &&
+           makeRawFile(online + ".user_log_file_200.txt", "hidden\n") &&
+           makeRawLink("/dev/null", online + "user_log_file_120.txt") &&
+           makeRawLink("nowhere", online + "user_log_file_130.txt") &&
+           makeRawLink("/", online + "user_log_file_140.txt") &&
            ::mkfifo((print + "pipe.txt").constData(), 0644) == 0 &&
-           makeRaw(print + print3, "print 3\n") &&
-           makeRaw(print +
-                       "user_print_file_\xe9"
-                       "9_" +
-                       date + ".txt",
-                   "latin-1 print\n") &&
-           makeLink(print3.constData(), print + "user_print_file_4_" + date + ".txt");
+           makeRawFile(print + print3, "print 3\n") &&
+           makeRawFile(print +
+                           "user_print_file_\xe9"
+                           "9_" +
+                           date + ".txt",
+                       "latin-1 print\n") &&
+           makeRawLink(print3, print + "user_print_file_4_" + date + ".txt");
 }
 
 // Latin-1 maps every byte to one character and back.

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 QString today()
@@ -67,6 +68,19 @@ bool makeFile(const QString& path, qint64 size)
     return QDir().mkpath(QFileInfo(path).path()) &&
            file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
            (size == 0 || file.resize(size));
+}
+
+bool makeRawFile(const QByteArray& path, const QByteArray& contents)
+{
+    std::ofstream file(path.toStdString(), std::ios::binary);
+    return bool(file.write(contents.constData(), contents.size()));
+}
+
+bool makeRawLink(const QByteArray& target, const QByteArray& link)
+{
+    std::error_code error;
+    std::filesystem::create_symlink(target.toStdString(), link.toStdString(), error);
+    return !error;
 }
 
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified)

@@ -56,6 +56,10 @@ private:
 void removeTree(const QString& dir);
 // Creates the file (and its directory) holding size bytes.
 bool makeFile(const QString& path, qint64 size = 0);
+// A file or a symbolic link at a path of raw bytes, which need not decode: the
+// names QFile cannot make.
+bool makeRawFile(const QByteArray& path, const QByteArray& contents = {});
+bool makeRawLink(const QByteArray& target, const QByteArray& link);
 bool setFileTimes(const QString& path, const QDateTime& lastRead, const QDateTime& lastModified);
 // The file's lines without their line ends, decoded as the library encodes them;
 // empty when the file is missing. Lines end in CRLF on Windows and in LF elsewhere;
